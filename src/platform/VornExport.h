@@ -1,0 +1,8 @@
+#ifndef PLATFORM_VORN_EXPORT_H
+#define PLATFORM_VORN_EXPORT_H
+
+/// Marks a published name. Both libraries are compiled with everything hidden; only what carries
+/// this mark can be linked against.
+#define VORN_API __attribute__((visibility("default")))
+
+#endif

@@ -1,0 +1,79 @@
+// Readings are the low 30 bits of the seconds since 1900, with a 32-bit fraction. Thirty bits, so
+// that a reading corrected for one wrap still is a positive 32-bit number: a process may run for 34
+// years before its corrected time does not fit. The next wrap falls on the end of the first NTP
+// era, in February 2036; the reading then drops from 1073741823 to 0.
+//
+// The wall clock is read once and the monotonic clock is added to it, because a wall clock that is
+// set back by a second would look exactly like a wrap.
+
+#include "platform/KelNtpTime.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <ctime>
+
+namespace {
+
+constexpr std::int64_t SECONDS_1900_TO_1970 = 2208988800;
+constexpr std::int32_t ROLLOVER_SECONDS = std::int32_t{1} << 30;
+constexpr std::int64_t NANOSECONDS = 1000000000;
+
+std::int64_t NanosecondsOf(const timespec& time) {
+  return static_cast<std::int64_t>(time.tv_sec) * NANOSECONDS + time.tv_nsec;
+}
+
+// Nanoseconds from the monotonic clock's start to its reading; negative when it cannot be read.
+std::int64_t MonotonicGet() {
+  timespec now{};
+  return clock_gettime(CLOCK_MONOTONIC, &now) == 0 ? NanosecondsOf(now) : -1;
+}
+
+// What must be added to the monotonic clock to get nanoseconds since 1970, fixed for the process.
+std::int64_t WallOffsetGet() {
+  static const std::int64_t offset = [] {
+    timespec wall{};
+    clock_gettime(CLOCK_REALTIME, &wall);
+    return NanosecondsOf(wall) - MonotonicGet();
+  }();
+  return offset;
+}
+
+// Rounded down, so that a fraction below one second stays below 2^32.
+std::uint32_t FractionOf(std::int64_t nanoseconds) {
+  return static_cast<std::uint32_t>((static_cast<std::uint64_t>(nanoseconds) << 32) /
+                                    static_cast<std::uint64_t>(NANOSECONDS));
+}
+
+}  // namespace
+
+int KelNtpTimeInit(KELNtpTime* clockInfo, KELNtpTime* rollover) {
+  timespec resolution{};
+  if (MonotonicGet() < 0 || clock_getres(CLOCK_MONOTONIC, &resolution) != 0)
+    return 0;
+  WallOffsetGet();
+  if (clockInfo != nullptr)
+    *clockInfo = {static_cast<std::int32_t>(resolution.tv_sec), FractionOf(resolution.tv_nsec)};
+  if (rollover != nullptr)
+    *rollover = {ROLLOVER_SECONDS, 0};
+  return 1;
+}
+
+int KelNtpTimeGet(KELNtpTime* time) {
+  const std::int64_t monotonic = MonotonicGet();
+  if (time == nullptr || monotonic < 0)
+    return 0;
+  const std::int64_t sinceEpoch = monotonic + WallOffsetGet();
+  const std::int64_t seconds = sinceEpoch / NANOSECONDS + SECONDS_1900_TO_1970;
+  time->sec = static_cast<std::int32_t>(seconds & (ROLLOVER_SECONDS - 1));
+  time->frac = FractionOf(sinceEpoch % NANOSECONDS);
+  return 1;
+}
+
+char* KelNtpTimeToString(const KELNtpTime* time, char* buffer) {
+  if (time == nullptr || buffer == nullptr)
+    return nullptr;
+  const std::uint64_t nanoseconds = (std::uint64_t{time->frac} * 1000000000U) >> 32;
+  std::snprintf(buffer, KEL_NTP_TIME_TEXT_SIZE, "%" PRId32 ".%.9" PRIu32, time->sec,
+                static_cast<std::uint32_t>(nanoseconds));
+  return buffer;
+}

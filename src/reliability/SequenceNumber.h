@@ -1,0 +1,76 @@
+#ifndef RELIABILITY_SEQUENCE_NUMBER_H
+#define RELIABILITY_SEQUENCE_NUMBER_H
+
+#include "platform/VornExport.h"
+
+#include <cstdint>
+
+struct VORNCDRStream;
+
+/// A 64-bit signed sequence number as two words: `high` * 2^32 + `low`. A plain value; it allocates
+/// nothing and takes no lock, every operation takes constant time and all arithmetic wraps.
+/// Arguments of type `long` are read by their low 32 bits, on every host.
+class VORN_API SequenceNumber {
+public:
+  std::int32_t high = 0;
+  std::uint32_t low = 0;
+
+  /// Bytes that `ToString` may need, terminator included.
+  static constexpr int TEXT_SIZE = 26;
+
+  /// Zero.
+  SequenceNumber() = default;
+  /// What `Set(high, low)` stores.
+  SequenceNumber(long high, unsigned long low);
+  /// What `Set(value)` stores.
+  SequenceNumber(int value);
+
+  /// Sets the number to `value`.
+  void Set(long value);
+  /// Sets the number from a sign and a magnitude: the sign of `high` applies to the whole, so (-1,
+  /// 5) is -(2^32 + 5) and is stored as high -2, low 4294967291.
+  void Set(long high, unsigned long low);
+
+  /// Adds 1 in place and returns the value before.
+  SequenceNumber operator++(int);
+  /// Adds `n` in place and returns the new value.
+  SequenceNumber Add(int n);
+  SequenceNumber operator+(int n) const;
+  SequenceNumber operator-(int n) const;
+  SequenceNumber operator+(const SequenceNumber& other) const;
+  SequenceNumber operator-(const SequenceNumber& other) const;
+
+  /// How far apart two numbers are, in either order; 2147483647 for anything farther.
+  int Distance(const SequenceNumber& other) const;
+  /// The magnitude. The most negative number has none and is returned as it is.
+  SequenceNumber Absolute() const;
+
+  bool operator==(const SequenceNumber& other) const {
+    return high == other.high && low == other.low;
+  }
+  bool operator!=(const SequenceNumber& other) const { return !(*this == other); }
+  bool operator<(const SequenceNumber& other) const {
+    return high != other.high ? high < other.high : low < other.low;
+  }
+  bool operator>(const SequenceNumber& other) const { return other < *this; }
+  bool operator<=(const SequenceNumber& other) const { return !(other < *this); }
+  bool operator>=(const SequenceNumber& other) const { return !(*this < other); }
+
+  /// Bytes that a number takes when written at stream position `offset`: 8 and up to 3 of padding.
+  static int ElementSize(int offset);
+  /// Writes or reads `high`, then `low`, as two 4-byte items in the stream's byte order. Return 1,
+  /// or 0 at the first item that fails; a `Deserialize` that fails at the second has replaced
+  /// `high`.
+  int Serialize(VORNCDRStream* stream) const;
+  int Deserialize(VORNCDRStream* stream);
+
+  /// Writes "(high,low)", for a negative number "-(high,low)" of its magnitude, into `buffer` and
+  /// returns it; null for a null buffer. The caller provides `TEXT_SIZE` bytes: `length` is not
+  /// consulted.
+  char* ToString(char* buffer, int length) const;
+  /// Prints "(high,low)" with the words as they are stored, whatever the verbosity. The argument
+  /// has no effect.
+  void Print(unsigned int unused) const;
+};
+
+#endif

@@ -1,0 +1,102 @@
+// How readers and a correction meet, without a lock in the common case:
+//
+//   reader                                  correction (holds the mutex)
+//   R1 g = _generation        (acquire)     W1 _generation = IN_PROGRESS   (relaxed)
+//   R2 last = _lastSeconds    (relaxed)     W2 _lastSeconds = now          (relaxed)
+//   R3 read the lower layer's clock         W3 _offset.sec, .frac          (release)
+//   R4 _offset.sec, .frac     (acquire)     W4 _generation = g + 1         (release)
+//   R5 _generation == g ?     (relaxed)
+//
+// R1 that reads W4 sees all of W1 to W3. R4 that reads either half of W3 sees W1, so R5, which the
+// acquire in R4 keeps behind it, cannot still find the old generation: a reader that mixes an old
+// and a new half of the offset always reads again. Nothing else orders the two halves.
+//
+// A reader that finds its seconds fallen below R2 has seen the wrap with the old offset. It takes
+// the mutex; whoever comes first with the generation unchanged corrects the offset, and every such
+// reader adds the rollover to its own result. A late relaxed store of a reading from before the
+// wrap to _lastSeconds does no harm: corrected readings lie above it.
+
+#include "time/VORNClock.h"
+
+#include "utils/internal/WordPair.h"
+
+#include <atomic>
+
+namespace {
+
+constexpr std::uint32_t IN_PROGRESS = UINT32_MAX;
+
+using SharedSigned = std::atomic_ref<std::int32_t>;
+using SharedUnsigned = std::atomic_ref<std::uint32_t>;
+
+// Wraps, and does not saturate: the infinite time means nothing to a clock.
+KELNtpTime TimeAdd(const KELNtpTime& a, const KELNtpTime& b) {
+  const WordPair sum = WordPairAdd({a.sec, a.frac}, {b.sec, b.frac});
+  return {sum.high, sum.low};
+}
+
+KELNtpTime OffsetLoad(KELNtpTime& offset) {
+  return {SharedSigned(offset.sec).load(std::memory_order_acquire),      // partner: OffsetStore
+          SharedUnsigned(offset.frac).load(std::memory_order_acquire)};  // partner: OffsetStore
+}
+
+void OffsetStore(KELNtpTime& offset, const KELNtpTime& value) {
+  SharedSigned(offset.sec).store(value.sec, std::memory_order_release);      // partner: OffsetLoad
+  SharedUnsigned(offset.frac).store(value.frac, std::memory_order_release);  // partner: OffsetLoad
+}
+
+// After 2^32 - 1 wraps the count would reach the mark and every reader would wait for ever.
+std::uint32_t GenerationAfter(std::uint32_t generation) {
+  return generation + 1 == IN_PROGRESS ? 0 : generation + 1;
+}
+
+}  // namespace
+
+VORNClock::VORNClock() {
+  KelNtpTimeInit(&_clockInfo, &_rollover);
+  _clockMutex = KelMutexNew();
+}
+
+VORNClock::~VORNClock() {
+  KelMutexDelete(_clockMutex);
+  _clockMutex = nullptr;
+}
+
+int VORNClock::IsValid() const { return _clockMutex != nullptr ? 1 : 0; }
+
+void VORNClock::TimeGet(KELNtpTime* time) {
+  if (time == nullptr)
+    return;
+  const SharedUnsigned generation(_generation);
+  const SharedSigned lastSeconds(_lastSeconds);
+
+  std::uint32_t noted = generation.load(std::memory_order_acquire);  // partner: W4
+  std::int32_t last = 0;
+  for (;;) {
+    last = lastSeconds.load(std::memory_order_relaxed);
+    KelNtpTimeGet(time);
+    *time = TimeAdd(*time, OffsetLoad(_offset));
+    if (noted != IN_PROGRESS && generation.load(std::memory_order_relaxed) == noted)
+      break;
+    // A correction holds the mutex from its first store to its last, so this waits for its end.
+    KelMutexTake(_clockMutex);
+    KelMutexGive(_clockMutex);
+    noted = generation.load(std::memory_order_acquire);
+  }
+
+  const std::int32_t now = time->sec;
+  if (now >= last) {
+    lastSeconds.store(now, std::memory_order_relaxed);
+    return;
+  }
+
+  KelMutexTake(_clockMutex);
+  if (generation.load(std::memory_order_relaxed) == noted) {
+    generation.store(IN_PROGRESS, std::memory_order_relaxed);
+    lastSeconds.store(now, std::memory_order_relaxed);
+    OffsetStore(_offset, TimeAdd(_offset, _rollover));
+    generation.store(GenerationAfter(noted), std::memory_order_release);  // partner: R1
+  }
+  KelMutexGive(_clockMutex);
+  *time = TimeAdd(*time, _rollover);
+}

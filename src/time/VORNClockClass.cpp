@@ -1,0 +1,3 @@
+#include "time/VORNClockClass.h"
+
+VORNClockClass::~VORNClockClass() = default;

@@ -1,0 +1,94 @@
+#ifndef TIME_VORN_NTP_TIME_H
+#define TIME_VORN_NTP_TIME_H
+
+#include "platform/VornExport.h"
+
+#include <cstdint>
+
+struct VORNCDRStream;
+
+/// A point in time or a duration: `sec` + `frac` / 2^32 seconds. A negative value keeps a
+/// non-negative fraction above a floor: -1.5 s is sec -2, frac 2147483648. The largest value stands
+/// for an infinite time.
+///
+/// A plain value of 8 bytes with the same fields as the lower layer's `KELNtpTime`; it allocates
+/// nothing and takes no lock. Arguments of type `long` are read by their low 32 bits, on every
+/// host.
+class VORN_API VORNNtpTime {
+public:
+  std::int32_t sec = 0;    ///< whole seconds, the floor of the value
+  std::uint32_t frac = 0;  ///< fraction in units of 2^-32 s
+
+  /// Unit of a sub-second count.
+  enum FracUnit : std::int32_t {
+    FRAC_NSEC = 10,  ///< nanoseconds, below 10^9
+    FRAC_USEC = 11,  ///< microseconds, below 10^6
+    FRAC_MSEC = 12,  ///< milliseconds, below 1000
+    FRAC_RAW = 13,   ///< units of 2^-32 s
+  };
+
+  /// Bytes that `ToString` needs, terminator included.
+  static constexpr unsigned int TEXT_SIZE = 22;
+
+  /// Zero.
+  VORNNtpTime() = default;
+  /// What `Pack(seconds, nanoseconds, FRAC_NSEC)` gives.
+  VORNNtpTime(long seconds, unsigned long nanoseconds);
+  VORNNtpTime(const VORNNtpTime&) = default;
+  VORNNtpTime operator=(const VORNNtpTime& other);
+  ~VORNNtpTime() = default;
+
+  /// The infinite time, later than every other.
+  static VORNNtpTime Infinite() { return FromWords(INT32_MAX, UINT32_MAX); }
+  /// The time with these two words, as they are.
+  static VORNNtpTime FromWords(std::int32_t sec, std::uint32_t frac) {
+    VORNNtpTime time;
+    time.sec = sec;
+    time.frac = frac;
+    return time;
+  }
+
+  /// Sets the time from a sign and a magnitude: the sign of `seconds` applies to the whole, so
+  /// (-1, 500000000 ns) is -1.5 s. `count` is less than one second in its unit; a larger one wraps.
+  /// Decimal units are converted by shifts and adds, a few units of 2^-32 s below the exact value
+  /// (milliseconds up to 0.013 %). An unknown unit takes the count as `FRAC_RAW` does.
+  void Pack(long seconds, unsigned long count, FracUnit unit);
+
+  /// Sets the time to a signed amount of less than one second. `FRAC_RAW` stores the 32-bit pattern
+  /// of `value` as the fraction, with zero seconds. An unknown unit leaves the time as it was.
+  void Pack(long value, FracUnit unit);
+
+  /// The sum. Infinite when either operand is, and when two times of a second or more overflow;
+  /// two negative times wrap.
+  VORNNtpTime operator+(const VORNNtpTime& other) const;
+  /// The difference, which wraps and knows no infinity.
+  VORNNtpTime operator-(const VORNNtpTime& other) const;
+  /// The magnitude. The most negative time has none and is returned as it is.
+  VORNNtpTime Absolute() const;
+
+  /// Times are ordered by `sec`, then by `frac`.
+  bool operator==(const VORNNtpTime& other) const { return sec == other.sec && frac == other.frac; }
+  bool operator!=(const VORNNtpTime& other) const { return !(*this == other); }
+  bool operator<(const VORNNtpTime& other) const {
+    return sec != other.sec ? sec < other.sec : frac < other.frac;
+  }
+  bool operator>(const VORNNtpTime& other) const { return other < *this; }
+  bool operator<=(const VORNNtpTime& other) const { return !(other < *this); }
+  bool operator>=(const VORNNtpTime& other) const { return !(*this < other); }
+
+  /// Writes the time as seconds with nine decimals into `buffer` of `size` bytes and returns it.
+  /// Null, with nothing written, when `size` is below `TEXT_SIZE` or `buffer` is null. At most
+  /// `TEXT_SIZE` bytes are written.
+  char* ToString(char* buffer, unsigned int size) const;
+
+  /// Writes or reads `sec`, then `frac`, as two 4-byte items in the stream's byte order. Return 1,
+  /// or 0 at the first item that fails; a `Deserialize` that fails at the second has replaced
+  /// `sec`.
+  int Serialize(VORNCDRStream* stream) const;
+  int Deserialize(VORNCDRStream* stream);
+
+  /// Bytes that a time takes when written at stream position `position`: 8 and up to 3 of padding.
+  static int ElementSize(int position);
+};
+
+#endif

@@ -1,0 +1,26 @@
+#ifndef UTILS_INTERNAL_DIAGNOSTICS_H
+#define UTILS_INTERNAL_DIAGNOSTICS_H
+
+#include "platform/KelDebug.h"
+#include "utils/VORNUtilsDiag.h"
+
+/// The four verbosity tests, by what is printed under them.
+enum class Diagnostic : int { FAILURE = 0, NOTE = 1, SHARED_MEMORY = 2, TRACE = 3 };
+
+inline bool DiagnosticIsOn(Diagnostic kind) { return VORNUtilsVerbosity >= static_cast<int>(kind); }
+
+/// Prints a line when its test passes. The arguments are evaluated in any case, so a text that
+/// costs something to make is built after asking `DiagnosticIsOn`.
+///
+/// The compiler cannot check the format: the shared texts are writable pointers, re-pointed by the
+/// host if it likes.
+template <typename... Arguments>
+void DiagnosticPrint(Diagnostic kind, const char* format, Arguments... arguments) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+  if (DiagnosticIsOn(kind))
+    KelDebugPrint(format, arguments...);
+#pragma GCC diagnostic pop
+}
+
+#endif
