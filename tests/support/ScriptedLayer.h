@@ -1,0 +1,54 @@
+#ifndef SUPPORT_SCRIPTED_LAYER_H
+#define SUPPORT_SCRIPTED_LAYER_H
+
+#include "platform/KelDGram.h"
+#include "platform/KelNtpTime.h"
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+/// The lower layer as a script: it does what a test tells it to and writes down what it was asked.
+/// A test executable links the library's objects with this in place of the real lower layer. The
+/// CDR stream and the containers are the real ones.
+struct ScriptedLayer {
+  /// Everything that KelDebugPrint was given, formatted, one piece after the other.
+  std::string printed;
+
+  /// Calls in order, for example "optionSet 10 ef010101 0a000001", "bind 0 7400", "sendTo 3".
+  /// Numbers are hexadecimal where they are codes or bytes, else decimal. Clock and mutex calls are
+  /// only counted, since threads make them.
+  std::vector<std::string> calls;
+
+  // The clock: what the next reading is, and what happens during it.
+  std::function<KELNtpTime()> clock = [] { return KELNtpTime{}; };
+  KELNtpTime rollover;
+  std::atomic<int> clockReadings{0};
+
+  bool mutexNewFails = false;
+  std::atomic<int> mutexTakes{0};
+  std::atomic<int> mutexGives{0};
+  std::atomic<int> threadLocks{0};
+  std::atomic<int> threadUnlocks{0};
+
+  std::set<int> refusedPriorities;
+
+  bool dgramInitializeFails = false;
+  bool dgramNewFails = false;
+  int descriptor = -1;                          ///< what a new socket record holds
+  std::map<int, std::vector<int>> optionErrno;  ///< per option code, errno of each call; 0: success
+  std::function<int(int port)> bindResult = [](int port) { return port != 0 ? port : 50000; };
+  std::vector<int> sendResults;  ///< result of each send; 1 when exhausted
+
+  /// Count of calls that begin with `prefix`.
+  int CallsCount(const std::string& prefix) const;
+};
+
+/// The script in force. `ScriptReset` puts a fresh one in its place and the verbosity back to 0.
+ScriptedLayer& Script();
+void ScriptReset();
+
+#endif
