@@ -98,7 +98,8 @@ int Bitmap::Init(const SequenceNumber& newLead, int newSize, int fill) {
 }
 
 int Bitmap::BitInRange(const SequenceNumber& sn) const {
-  return words != nullptr && lead <= sn && sn < lead + size ? 1 : 0;
+  return words != nullptr && lead <= sn && sn < lead + std::min<std::int32_t>(size, CAPACITY) ? 1
+                                                                                              : 0;
 }
 
 int Bitmap::BitSet(const SequenceNumber& sn, int value) {

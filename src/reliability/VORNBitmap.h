@@ -52,10 +52,10 @@ public:
   SequenceNumber BitMaxGet() const;
   /// 1 when some bit of the window is set (non-zero `value`) or clear (zero), else 0.
   int Has(int value);
-  /// Finds the first bit from `from` on that equals `value`; nothing equals a value other than 0
-  /// and
-  /// 1. Returns 1 with its sequence number in `*result`, or with the one past the window when there
-  /// is none; an empty window searched from its lead has its lead there. Returns 0 with `lead` in
+  /// Finds the first bit from `from` on that equals `value`, which is 0 or 1; nothing equals
+  /// another value. Returns 1 with its sequence number in `*result`, or with the one past the
+  /// window when there is none; an empty window searched from its lead has its lead there. Returns
+  /// 0 with `lead` in
   /// `*result` when `from` is out of range, and 0 for a null `result`.
   int BitFirstGet(const SequenceNumber& from, int value, SequenceNumber* result);
 

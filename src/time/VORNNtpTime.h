@@ -51,7 +51,7 @@ public:
   /// Sets the time from a sign and a magnitude: the sign of `seconds` applies to the whole, so
   /// (-1, 500000000 ns) is -1.5 s. `count` is less than one second in its unit; a larger one wraps.
   /// Decimal units are converted by shifts and adds, a few units of 2^-32 s below the exact value
-  /// (milliseconds up to 0.013 %). An unknown unit takes the count as `FRAC_RAW` does.
+  /// (milliseconds up to 0.0013 %). An unknown unit takes the count as `FRAC_RAW` does.
   void Pack(long seconds, unsigned long count, FracUnit unit);
 
   /// Sets the time to a signed amount of less than one second. `FRAC_RAW` stores the 32-bit pattern

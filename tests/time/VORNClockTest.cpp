@@ -1,0 +1,159 @@
+#include "time/VORNClock.h"
+
+#include "platform/KelMutex.h"
+#include "support/ScriptedLayer.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <barrier>
+#include <ctime>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct WrapScript {
+  WrapScript() {
+    ScriptReset();
+    Script().rollover = {16, 0};
+  }
+};
+
+/// A clock over a lower layer that wraps from 16 s to 0.
+struct ClockProbe : WrapScript, VORNClock {
+  using VORNClock::_clockMutex;
+  using VORNClock::_generation;
+  using VORNClock::_offset;
+
+  std::int32_t SecondsGet() {
+    KELNtpTime time;
+    TimeGet(&time);
+    return time.sec;
+  }
+  std::int32_t SecondsAt(std::int32_t reading) {
+    Script().clock = [reading] { return KELNtpTime{reading, 0}; };
+    return SecondsGet();
+  }
+};
+
+// Lets other threads run until the mutex was asked for that often; fails after 20 seconds.
+void TakesAwait(int count) {
+  const timespec pause{0, 1000000};
+  for (int i = 0; i < 20000 && Script().mutexTakes < count; ++i)
+    nanosleep(&pause, nullptr);
+  EXPECT_EQ(Script().mutexTakes, count);
+}
+
+TEST(VORNClock, GoesOnThroughEveryWrapAndLocksOnlyToCorrect) {
+  ClockProbe clock;
+  struct Row {
+    std::int32_t reading, result, offset;
+    std::uint32_t generation;
+  };
+  for (const Row& row : {Row{10, 10, 0, 0}, Row{11, 11, 0, 0}, Row{2, 18, 16, 1}, Row{3, 19, 16, 1},
+                         Row{15, 31, 16, 1}, Row{15, 31, 16, 1}, Row{0, 32, 32, 2},
+                         Row{15, 47, 32, 2}, Row{1, 49, 48, 3}}) {
+    EXPECT_EQ(clock.SecondsAt(row.reading), row.result) << row.reading;
+    EXPECT_EQ(clock._offset.sec, row.offset);
+    EXPECT_EQ(clock._generation, row.generation);
+    EXPECT_EQ(Script().mutexTakes, static_cast<int>(row.generation)) << row.reading;
+    EXPECT_EQ(Script().mutexGives, Script().mutexTakes);
+  }
+  clock.TimeGet(nullptr);
+  EXPECT_EQ(Script().clockReadings, 9);
+  EXPECT_EQ(clock.IsValid(), 1);
+  Script().mutexNewFails = true;
+  EXPECT_EQ(VORNClock().IsValid(), 0);
+}
+
+TEST(VORNClock, AfterTheLastGenerationCountsFromZeroInsteadOfHanging) {
+  ClockProbe clock;
+  clock._generation = UINT32_MAX - 1;
+  EXPECT_EQ(clock.SecondsAt(10), 10);
+  EXPECT_EQ(clock.SecondsAt(2), 18);
+  EXPECT_EQ(clock._generation, 0U);
+  EXPECT_EQ(clock.SecondsAt(3), 19);
+}
+
+TEST(VORNClock, ReadsAgainWhenACorrectionFallsIntoTheReading) {
+  ClockProbe clock;
+  clock.SecondsAt(11);
+  // The outer reading gets 15 from the lower layer, but before it adds the offset another reader
+  // meets the wrap. With the new offset, 15 would become 31.
+  int depth = 0;
+  Script().clock = [&] {
+    if (depth++ > 0)
+      return KELNtpTime{depth, 0};  // 2 for the other reader, then 3
+    EXPECT_EQ(clock.SecondsGet(), 18);
+    return KELNtpTime{15, 0};
+  };
+  EXPECT_EQ(clock.SecondsGet(), 19);
+  EXPECT_EQ(clock._offset.sec, 16);
+  EXPECT_EQ(Script().mutexTakes, 2);  // one to correct, one to wait for the correction's end
+  EXPECT_EQ(Script().mutexGives, 2);
+}
+
+TEST(VORNClock, WaitsForACorrectionInProgress) {
+  ClockProbe clock;
+  KelMutexTake(clock._clockMutex);
+  clock._generation = UINT32_MAX;
+  std::thread reader([&] { EXPECT_EQ(clock.SecondsAt(5), 21); });
+  TakesAwait(2);
+  clock._offset = {16, 0};
+  clock._generation = 1;
+  KelMutexGive(clock._clockMutex);
+  reader.join();
+  EXPECT_EQ(Script().clockReadings, 2);
+}
+
+TEST(VORNClock, OneWrapSeenByManyThreadsIsCorrectedOnce) {
+  ClockProbe clock;
+  clock.SecondsAt(11);
+  Script().clock = [] { return KELNtpTime{2, 0}; };
+  // While the mutex is held here, all of them find the wrap under the same generation.
+  KelMutexTake(clock._clockMutex);
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 3; ++i)
+    readers.emplace_back([&] { EXPECT_EQ(clock.SecondsGet(), 18); });
+  TakesAwait(4);
+  KelMutexGive(clock._clockMutex);
+  for (std::thread& reader : readers)
+    reader.join();
+  EXPECT_EQ(clock._offset.sec, 16);
+  EXPECT_EQ(clock._generation, 1U);
+}
+
+// The lower clock wraps in the middle of every second phase. The threads meet between phases, so
+// that none sleeps within a reading for a whole turn of the clock: its wrap could not be seen.
+TEST(VORNClock, NeverRunsBackwardsUnderManyThreads) {
+  ClockProbe clock;
+  constexpr int THREADS = 4, READINGS = 400, PHASES = 60;
+  constexpr std::int64_t PHASE = 8LL << 32, STEPS = 2 * THREADS * READINGS;
+  std::atomic<int> readings{0}, phase{0}, falls{0};
+  Script().clock = [&] {
+    const std::int64_t step = std::min<std::int64_t>(readings++, STEPS - 1);
+    const std::int64_t now = phase * PHASE + (6LL << 32) + step * (PHASE / STEPS);
+    return KELNtpTime{static_cast<std::int32_t>((now >> 32) % 16), static_cast<std::uint32_t>(now)};
+  };
+  std::barrier meeting(THREADS, [&]() noexcept { readings = 0, ++phase; });
+  std::vector<std::thread> threads;
+  for (int i = 0; i < THREADS; ++i)
+    threads.emplace_back([&] {
+      KELNtpTime before, time;
+      for (int reading = 1; reading <= PHASES * READINGS; ++reading, before = time) {
+        clock.TimeGet(&time);
+        if (time.sec < before.sec || (time.sec == before.sec && time.frac < before.frac))
+          ++falls;
+        if (reading % READINGS == 0)
+          meeting.arrive_and_wait();
+      }
+    });
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(falls, 0);
+  EXPECT_EQ(clock._offset.sec, PHASES / 2 * 16);
+}
+
+}  // namespace
