@@ -1,0 +1,158 @@
+#ifndef PLATFORM_HT_CLASS_H
+#define PLATFORM_HT_CLASS_H
+
+#include "platform/VornExport.h"
+
+#include <atomic>
+#include <pthread.h>
+
+/// A hash table of entries that are found by a text. The library finds, inserts and visits; the
+/// program owns the table, fills it and sweeps it.
+///
+/// Life of an entry: `InsertNode` makes it, in use. `Release(0)` marks it for removal; it stays in
+/// the table, can be found and visited, and `Retain` takes the mark away again. Only `RemoveMarked`
+/// and the table's destructor take entries out, and they hand the data of each one that goes to
+/// its removal function, once.
+///
+/// Threads: with `LOCK`, any number of threads find, visit, insert and sweep at the same time. An
+/// insertion or a sweep waits until no other thread is in a walk, and new walks do not wait for it:
+/// threads that always have one going hold it up. A visitor that changes another table holds two
+/// locks, so keep one order of tables. With `NO_LOCK` the caller keeps others away itself.
+///
+/// A found node is not locked: it is good until it is marked and swept. So a thread that revives a
+/// marked entry keeps sweeps away from its `Find` until its `Retain`. Nodes need no such care while
+/// they are visited. The entry's data has no lock of its own.
+
+class HTClass;
+
+/// What an entry is found by. The library sets keys up on the stack, over a text that it owns; the
+/// table copies what it keeps.
+class HTKeyClass {
+public:
+  int kind = 0;                ///< 0: a text. The table refuses any other
+  int status = -1;             ///< 0: the key has a text; -1: it has none, and finds nothing
+  const char* text = nullptr;  ///< terminated; the caller's, or the table's in a key it kept
+  unsigned int hash = 0;       ///< of the text, in keys that the table kept; else 0 and not read
+
+  /// Points the key at `key`, without a copy, and clears `status` and `hash`. Returns 1. A null
+  /// text leaves a key without text, `hash` as it was, and returns 0. Defined by the library, not
+  /// by the lower layer.
+  VORN_API int Set(const char* key);
+};
+
+/// One entry of a table. Its virtual operations stand in this order, after the destructor.
+class VORN_API HTNodeClass {
+public:
+  /// Lock modes of the table's operations; any value but 0 counts as `LOCK`.
+  enum Locks : int { NO_LOCK = 0, LOCK = 1 };
+
+  virtual ~HTNodeClass();
+  /// Tells that a use has ended and how many are left: 0 marks the entry for removal, any other
+  /// value changes nothing. After it marked an entry, a thread looks the node up again before it
+  /// uses it.
+  virtual void Release(int usesLeft);
+  /// Tells that uses were added: more than 0 takes the mark away, any other value changes nothing.
+  virtual void Retain(int usesAdded);
+
+  /// Non-zero while the entry is marked for removal.
+  int IsMarked() const { return _marked.load(std::memory_order_acquire); }
+
+  HTNodeClass(const HTNodeClass&) = delete;
+  HTNodeClass& operator=(const HTNodeClass&) = delete;
+
+  void* data;  ///< what `InsertNode` was given; the table does not look at it
+
+protected:
+  explicit HTNodeClass(void* nodeData) : data(nodeData) {}
+
+private:
+  // Its store by whoever releases the entry pairs with the load in a sweep: what the releasing
+  // thread wrote to the data is there when the removal function sees it.
+  std::atomic<int> _marked{0};
+};
+
+/// A visitor. Keys and nodes are the table's, valid for the length of the call. Its virtual
+/// operations stand in this order, after the destructor. A visitor may find, visit, release and
+/// retain in the table it walks; an insertion or a sweep is refused there.
+class VORN_API HTExecFunc {
+public:
+  virtual ~HTExecFunc();
+  /// Called once before the first entry, with a null key and level 0: the table has no levels
+  /// within. 0 ends the walk there.
+  virtual int LevelEntry(const HTKeyClass* key, HTClass* table, int level) = 0;
+  /// Called once after the last entry visited, also of a walk that was stopped, unless `LevelEntry`
+  /// ended it. The result is not read.
+  virtual int LevelExit(const HTKeyClass* key, HTClass* table, int level) = 0;
+  /// Called for each entry. 0 stops the walk.
+  virtual int Node(const HTKeyClass* key, HTNodeClass* node, int level) = 0;
+};
+
+/// Chooses the entries of a walk.
+class VORN_API HTMatchFunc {
+public:
+  virtual ~HTMatchFunc();
+  /// Non-zero for an entry that the visitor is to see.
+  virtual int Match(const HTKeyClass* key, HTNodeClass* node) = 0;
+};
+
+/// Disposes of the data of entries that go. Owned by whoever gave it to `InsertNode`, and there for
+/// as long as the entry.
+class VORN_API HTRemoveFunc {
+public:
+  virtual ~HTRemoveFunc();
+  /// Called once for an entry, out of the table by then, on the thread that sweeps the table or
+  /// destroys it. A sweep holds no lock meanwhile, so the table may be used.
+  virtual void Remove(const HTKeyClass* key, void* data) = 0;
+};
+
+class HTClass {
+public:
+  /// What `Find` looks among: bits of its `which`.
+  enum Which : short { IN_USE = 0x0001, MARKED = -0x8000 };
+
+  VORN_API HTClass();
+  /// Takes every entry out, marked or not. Nobody uses the table any more.
+  VORN_API ~HTClass();
+  HTClass(const HTClass&) = delete;
+  HTClass& operator=(const HTClass&) = delete;
+
+  /// The entry with the text of `key`, if it is one of those that `which` asks for: the library
+  /// passes -32767, which is `MARKED` and `IN_USE`. Null when there is none or the key has no text.
+  VORN_API HTNodeClass* Find(const HTKeyClass* key, short which, int locks);
+
+  /// Puts an entry with `data` into the table, under a copy of the key's text. `keySize` is the
+  /// most that the table is to keep of a text, in bytes with the terminator: the library passes 32.
+  /// A null `remove` leaves the data to the caller when the entry goes. Returns 1; or 0, with
+  /// nothing kept and `remove` not called, for a key without text or with one too long, for a text
+  /// that the table holds already (marked or not), without memory, and inside a walk of this table.
+  VORN_API int InsertNode(const HTKeyClass* key, void* data, short keySize, HTRemoveFunc* remove,
+                          int locks);
+
+  /// Walks the entries that `match` chooses (null: every entry), marked ones included, in no
+  /// particular order. Returns 0 when the visitor stopped it or is null, else 1. An exception from
+  /// the visitor ends the walk and passes.
+  VORN_API int ForAllMatches(HTMatchFunc* match, HTExecFunc* exec, int locks);
+
+  /// Takes the marked entries out. Returns how many; 0 inside a walk of this table.
+  VORN_API int RemoveMarked(int locks);
+
+private:
+  struct Entry;
+  class Guard;
+
+  Entry* EntryFind(const HTKeyClass& key, unsigned int hash) const;
+  bool EntriesVisit(HTMatchFunc* match, HTExecFunc* exec);
+  void BucketsGrow();
+  Entry* EntriesTake(bool all);
+  static int EntriesRemove(Entry* list);
+
+  static constexpr unsigned int FIRST_BUCKET_COUNT = 16;
+
+  pthread_rwlock_t _lock = PTHREAD_RWLOCK_INITIALIZER;
+  Entry* _firstBuckets[FIRST_BUCKET_COUNT] = {};
+  Entry** _buckets = _firstBuckets;  ///< chains; a power of two of them
+  unsigned int _bucketCount = FIRST_BUCKET_COUNT;
+  unsigned int _entryCount = 0;
+};
+
+#endif

@@ -1,0 +1,251 @@
+#include "platform/HTClass.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+// Chains of entries behind a power of two of buckets, the first of which are part of the table: a
+// table that cannot grow still works, only slower. An entry and its copy of the text are one block.
+
+struct HTClass::Entry : HTNodeClass {
+  Entry* next = nullptr;
+  HTKeyClass key;
+  HTRemoveFunc* remove;
+
+  Entry(void* nodeData, HTRemoveFunc* removeFunction)
+      : HTNodeClass(nodeData), remove(removeFunction) {}
+
+  static Entry* New(const char* text, std::size_t length, unsigned int hash, void* nodeData,
+                    HTRemoveFunc* removeFunction) {
+    void* block = std::malloc(sizeof(Entry) + length + 1);
+    if (block == nullptr)
+      return nullptr;
+    auto* entry = new (block) Entry(nodeData, removeFunction);
+    char* copy = static_cast<char*>(block) + sizeof(Entry);
+    std::memcpy(copy, text, length + 1);
+    entry->key.status = 0;
+    entry->key.text = copy;
+    entry->key.hash = hash;
+    return entry;
+  }
+
+  static void Delete(Entry* entry) {
+    entry->~Entry();
+    std::free(entry);
+  }
+
+  bool Is(const HTKeyClass& other, unsigned int otherHash) const {
+    return key.hash == otherHash && std::strcmp(key.text, other.text) == 0;
+  }
+};
+
+class HTClass::Guard {
+public:
+  enum class Kind { SHARED, EXCLUSIVE };
+
+  Guard(HTClass& table, int locks, Kind kind)
+      : _lock(locks != HTNodeClass::NO_LOCK ? &table._lock : nullptr) {
+    if (_lock != nullptr && kind == Kind::SHARED)
+      pthread_rwlock_rdlock(_lock);
+    else if (_lock != nullptr)
+      pthread_rwlock_wrlock(_lock);
+  }
+  ~Guard() {
+    if (_lock != nullptr)
+      pthread_rwlock_unlock(_lock);
+  }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+
+private:
+  pthread_rwlock_t* _lock;
+};
+
+namespace {
+
+// The walks that a thread is in, innermost first. A thread that asked to change a table it walks
+// would wait for its own lock, or without the lock pull a chain from under the walk; so it is
+// refused. Finding there is safe: readers do not wait for waiting writers.
+struct Walk {
+  const HTClass* table;
+  const Walk* outer;
+
+  explicit Walk(const HTClass* walked);
+  ~Walk();
+  Walk(const Walk&) = delete;
+  Walk& operator=(const Walk&) = delete;
+};
+
+thread_local const Walk* innermostWalk = nullptr;
+
+Walk::Walk(const HTClass* walked) : table(walked), outer(innermostWalk) { innermostWalk = this; }
+Walk::~Walk() { innermostWalk = outer; }
+
+bool IsWalkedHere(const HTClass* table) {
+  const Walk* walk = innermostWalk;
+  while (walk != nullptr && walk->table != table)
+    walk = walk->outer;
+  return walk != nullptr;
+}
+
+unsigned int TextHash(const char* text) {
+  unsigned int hash = 2166136261U;
+  for (; *text != '\0'; ++text)
+    hash = (hash ^ static_cast<unsigned char>(*text)) * 16777619U;
+  return hash;
+}
+
+bool KeyHasText(const HTKeyClass* key) {
+  return key != nullptr && key->kind == 0 && key->status == 0 && key->text != nullptr;
+}
+
+}  // namespace
+
+HTNodeClass::~HTNodeClass() = default;
+HTExecFunc::~HTExecFunc() = default;
+HTMatchFunc::~HTMatchFunc() = default;
+HTRemoveFunc::~HTRemoveFunc() = default;
+
+void HTNodeClass::Release(int usesLeft) {
+  if (usesLeft == 0)
+    _marked.store(1, std::memory_order_release);
+}
+
+void HTNodeClass::Retain(int usesAdded) {
+  if (usesAdded > 0)
+    _marked.store(0, std::memory_order_release);
+}
+
+HTClass::HTClass() = default;
+
+HTClass::~HTClass() {
+  EntriesRemove(EntriesTake(true));
+  if (_buckets != _firstBuckets)
+    std::free(static_cast<void*>(_buckets));
+  pthread_rwlock_destroy(&_lock);
+}
+
+HTNodeClass* HTClass::Find(const HTKeyClass* key, short which, int locks) {
+  if (!KeyHasText(key))
+    return nullptr;
+  const unsigned int hash = TextHash(key->text);
+  const Guard guard(*this, locks, Guard::Kind::SHARED);
+  Entry* entry = EntryFind(*key, hash);
+  if (entry == nullptr)
+    return nullptr;
+  return (which & (entry->IsMarked() != 0 ? MARKED : IN_USE)) != 0 ? entry : nullptr;
+}
+
+int HTClass::InsertNode(const HTKeyClass* key, void* data, short keySize, HTRemoveFunc* remove,
+                        int locks) {
+  if (!KeyHasText(key) || keySize <= 0 || IsWalkedHere(this))
+    return 0;
+  const auto room = static_cast<std::size_t>(keySize);
+  const std::size_t length = strnlen(key->text, room);
+  if (length == room)
+    return 0;
+  const unsigned int hash = TextHash(key->text);
+  const Guard guard(*this, locks, Guard::Kind::EXCLUSIVE);
+  if (EntryFind(*key, hash) != nullptr)
+    return 0;
+  Entry* entry = Entry::New(key->text, length, hash, data, remove);
+  if (entry == nullptr)
+    return 0;
+  if (_entryCount >= _bucketCount)
+    BucketsGrow();
+  Entry*& bucket = _buckets[hash & (_bucketCount - 1)];
+  entry->next = bucket;
+  bucket = entry;
+  ++_entryCount;
+  return 1;
+}
+
+int HTClass::ForAllMatches(HTMatchFunc* match, HTExecFunc* exec, int locks) {
+  if (exec == nullptr)
+    return 0;
+  const Guard guard(*this, locks, Guard::Kind::SHARED);
+  const Walk walk(this);
+  if (exec->LevelEntry(nullptr, this, 0) == 0)
+    return 0;
+  const bool finished = EntriesVisit(match, exec);
+  exec->LevelExit(nullptr, this, 0);
+  return finished ? 1 : 0;
+}
+
+int HTClass::RemoveMarked(int locks) {
+  if (IsWalkedHere(this))
+    return 0;
+  Entry* taken = nullptr;
+  {
+    const Guard guard(*this, locks, Guard::Kind::EXCLUSIVE);
+    taken = EntriesTake(false);
+  }
+  return EntriesRemove(taken);
+}
+
+HTClass::Entry* HTClass::EntryFind(const HTKeyClass& key, unsigned int hash) const {
+  Entry* entry = _buckets[hash & (_bucketCount - 1)];
+  while (entry != nullptr && !entry->Is(key, hash))
+    entry = entry->next;
+  return entry;
+}
+
+bool HTClass::EntriesVisit(HTMatchFunc* match, HTExecFunc* exec) {
+  for (unsigned int i = 0; i < _bucketCount; ++i)
+    for (Entry* entry = _buckets[i]; entry != nullptr; entry = entry->next)
+      if ((match == nullptr || match->Match(&entry->key, entry) != 0) &&
+          exec->Node(&entry->key, entry, 0) == 0)
+        return false;
+  return true;
+}
+
+// Without memory the table stays as it is: its chains get longer.
+void HTClass::BucketsGrow() {
+  const unsigned int count = _bucketCount * 2;
+  auto** buckets =
+      count > _bucketCount ? static_cast<Entry**>(std::calloc(count, sizeof(Entry*))) : nullptr;
+  if (buckets == nullptr)
+    return;
+  for (unsigned int i = 0; i < _bucketCount; ++i)
+    while (Entry* entry = _buckets[i]) {
+      _buckets[i] = entry->next;
+      Entry*& bucket = buckets[entry->key.hash & (count - 1)];
+      entry->next = bucket;
+      bucket = entry;
+    }
+  if (_buckets != _firstBuckets)
+    std::free(static_cast<void*>(_buckets));
+  _buckets = buckets;
+  _bucketCount = count;
+}
+
+// Unlinks the marked entries, or all of them, and returns them as a list.
+HTClass::Entry* HTClass::EntriesTake(bool all) {
+  Entry* taken = nullptr;
+  for (unsigned int i = 0; i < _bucketCount; ++i)
+    for (Entry** link = &_buckets[i]; *link != nullptr;) {
+      Entry* entry = *link;
+      if (!all && entry->IsMarked() == 0) {
+        link = &entry->next;
+        continue;
+      }
+      *link = entry->next;
+      entry->next = taken;
+      taken = entry;
+      --_entryCount;
+    }
+  return taken;
+}
+
+int HTClass::EntriesRemove(Entry* list) {
+  int count = 0;
+  while (Entry* entry = list) {
+    list = entry->next;
+    if (entry->remove != nullptr)
+      entry->remove->Remove(&entry->key, entry->data);
+    Entry::Delete(entry);
+    ++count;
+  }
+  return count;
+}

@@ -1,0 +1,140 @@
+#include "hosts/VORNHostMask.h"
+
+#include "hosts/HostTable.h"
+#include "net/VORNDGram.h"
+
+#include <algorithm>
+#include <tuple>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr unsigned int LOOPBACK = 0x7F000001;
+constexpr unsigned int OWN = 0x0A010707, OTHER_OWN = 0xC0A80101;
+constexpr unsigned int HOST = 0xFFFFFFFF;
+
+using Addresses = std::vector<unsigned int>;
+using Entries = std::vector<VORNHostMask>;
+
+void Fill(HTClass& table, Entries& entries) {
+  for (std::size_t i = 0; i < entries.size(); ++i)
+    ASSERT_EQ(Insert(table, std::to_string(i), &entries[i]), 1);
+}
+
+bool Contains(const VORNHostMask& e, unsigned int ip) { return (ip & e.mask) == e.address; }
+
+// The rule of admission as its readers know it.
+bool IsAdmitted(const Entries& entries, unsigned int ip, bool loopbackRule) {
+  bool hosts = false, subnets = false, host = false, subnet = false;
+  for (const VORNHostMask& entry : entries) {
+    if (loopbackRule && entry.address == LOOPBACK &&
+        (ip == OWN || ip == OTHER_OWN || ip == LOOPBACK))
+      return true;
+    const bool isHost = entry.mask == HOST;
+    (isHost ? hosts : subnets) = true;
+    (isHost ? host : subnet) |= Contains(entry, ip);
+  }
+  return (!hosts || host) && (!subnets || subnet);
+}
+
+// What the subnets of the list choose; everything when it has none.
+Addresses Chosen(Entries entries, Addresses from) {
+  std::erase_if(entries, [](const auto& entry) { return entry.mask == 0 || entry.mask == HOST; });
+  const auto isOutside = [&entries](unsigned int ip) {
+    return std::ranges::none_of(entries, [ip](const auto& entry) { return Contains(entry, ip); });
+  };
+  if (!entries.empty())
+    std::erase_if(from, isOutside);
+  return from;
+}
+
+struct HostMask : testing::Test {
+  std::vector<VORNNICProperties> nics{{0x17, OWN}, {0x17, LOOPBACK}, {0x15, OTHER_OWN}};
+  void SetUp() override { VORN_NIC_COUNT = 3, VORN_NIC = nics.data(); }
+  void TearDown() override { VORN_NIC_COUNT = 0, VORN_NIC = nullptr; }
+};
+
+}  // namespace
+
+// Every subset of entries of each kind, against every kind of address.
+TEST_F(HostMask, EveryListAdmitsChoosesAndPrunesByTheRules) {
+  const Entries kinds{{0x0A010203, HOST},       {0x0A090909, HOST},     {0x0A01FFFF, 0xFFFF0000},
+                      {0xC0A80000, 0xFFFF0000}, {0x12345678, 0},        {LOOPBACK, HOST},
+                      {LOOPBACK, 0xFF000000},   {LOOPBACK, 0xFF0000FF}, {OWN, HOST}};
+  Addresses asked{0x0A010203, 0x0A010204, 0x0A090909, 0xC0A80101, OWN, LOOPBACK, 0x7F000002, 0};
+  for (unsigned int subset = 0; subset < 1U << kinds.size(); ++subset) {
+    Entries entries;
+    for (std::size_t i = 0; i < kinds.size(); ++i)
+      if ((subset >> i & 1) != 0)
+        entries.push_back(kinds[i]);
+    HTClass table;
+    Fill(table, entries);
+    for (const unsigned int ip : asked)
+      for (const int skip : {0, 1})
+        EXPECT_EQ(VornHostMaskMatch(&table, ip, skip), IsAdmitted(entries, ip, skip == 0) ? 1 : 0)
+            << std::hex << subset << ' ' << ip << ' ' << skip;
+
+    std::rotate(asked.begin(), asked.begin() + 1, asked.end());
+    Addresses output(asked.size(), 7);
+    Addresses chosen = Chosen(entries, asked);
+    const int count = static_cast<int>(asked.size());
+    EXPECT_EQ(VornSubnetMatch(&table, asked.data(), count, output.data()),
+              static_cast<int>(chosen.size()));
+    chosen.resize(asked.size(), 7);
+    EXPECT_EQ(output, chosen) << std::hex << subset;
+
+    auto expected = nics;
+    for (VORNNICProperties& nic : expected)
+      if (nic.address != LOOPBACK && Chosen(entries, {nic.address}).empty())
+        nic.flags &= ~0x10U;
+    const auto before = nics;
+    EXPECT_EQ(VornSubnetMatch(&table, nullptr, 9, output.data()), 0);
+    for (std::size_t i = 0; i < nics.size(); ++i)
+      EXPECT_EQ(nics[i].flags, expected[i].flags) << std::hex << subset << ' ' << i;
+    std::rotate_copy(before.begin(), before.begin() + 1, before.end(), nics.begin());
+  }
+}
+
+TEST_F(HostMask, QuestionsThatCannotBeAskedAreRefused) {
+  Entries entries{{0x0A000000, 0xFF000000}};
+  HTClass table;
+  Fill(table, entries);
+  ASSERT_EQ(Insert(table, "without data", nullptr), 1);
+  Addresses asked{OTHER_OWN, OWN}, output{7, 7};
+  EXPECT_EQ(VornHostMaskMatch(nullptr, OWN, 0) +
+                VornSubnetMatch(nullptr, asked.data(), 2, output.data()) +
+                VornSubnetMatch(nullptr, nullptr, 0, nullptr) +
+                VornSubnetMatch(&table, asked.data(), 2, nullptr) +
+                VornSubnetMatch(&table, asked.data(), 0, output.data()) +
+                VornSubnetMatch(&table, asked.data(), -1, output.data()),
+            0);
+  EXPECT_EQ(output, (Addresses{7, 7}));
+  EXPECT_EQ(VornHostMaskMatch(&table, OWN, 0), 1);
+  EXPECT_EQ(VornSubnetMatch(&table, asked.data(), 2, asked.data()), 1);
+  EXPECT_EQ(asked[0], OWN);
+  VORN_NIC_COUNT = 0;
+  EXPECT_EQ(VornSubnetMatch(&table, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(nics[2].flags, 0x15U);
+  TearDown();
+  EXPECT_EQ(VornSubnetMatch(&table, nullptr, 0, nullptr), 0);
+}
+
+TEST_F(HostMask, ListsNameOneHostByACommonAddressOrAsTheLocalHost) {
+  const Addresses local{LOOPBACK}, mixed{LOOPBACK, 2}, own{OWN};
+  const std::tuple<Addresses, Addresses, unsigned int, unsigned int, int> cases[] = {
+      {{1}, {2, 1}, 0, 0, 1},         {{1, 2}, {2}, 0, 0, 1},        {{1}, {2}, OWN, LOOPBACK, 0},
+      {{1}, {}, OWN, LOOPBACK, 0},    {{}, {1}, OWN, LOOPBACK, 0},   {local, local, 1, 2, 0},
+      {local, local, OWN, 2, 1},      {local, local, 1, OWN, 0},     {mixed, mixed, 1, 2, 1},
+      {local, local, 1, LOOPBACK, 1}, {local, own, OWN, LOOPBACK, 0}};
+  for (auto [a, b, localCheck, loopbackCheck, result] : cases) {
+    const int countA = static_cast<int>(a.size()), countB = static_cast<int>(b.size());
+    EXPECT_EQ(VornHostKeyMatch(countA, a.data(), countB, b.data(), localCheck, loopbackCheck),
+              result);
+    EXPECT_EQ(VornHostKeyMatch(-1, a.data(), countB, b.data(), OWN, LOOPBACK) +
+                  VornHostKeyMatch(countA, nullptr, countB, b.data(), OWN, LOOPBACK) +
+                  VornHostKeyMatch(countA, a.data(), countB, nullptr, OWN, LOOPBACK),
+              0);
+  }
+}
