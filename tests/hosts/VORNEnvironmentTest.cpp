@@ -102,7 +102,9 @@ TEST_F(HostList, FilterAgreesWithAModelForEveryByteAndBlockSize) {
     const std::size_t limit = round % 2 == 0 ? 4096 : random() % 200;
     const char separator = round % 3 == 0 ? ',' : ':';
     const HostListModel model(input, limit, separator);
-    for (const std::size_t block : {1UL, 62UL, 63UL, 64UL, 1 + random() % 100}) {
+    const std::size_t anyBlock = 1 + random() % 100;
+    for (const std::size_t block :
+         {std::size_t{1}, std::size_t{62}, std::size_t{63}, std::size_t{64}, anyBlock}) {
       std::string output(limit + 1, '!');
       FilterStatus status{1, 0};
       int overflow = 0, count = 0;

@@ -10,6 +10,9 @@
 
 namespace {
 
+// What a long may hold above the 32 bits that are read of it; nothing on a 32-bit host.
+constexpr long ABOVE_32_BITS = static_cast<long>(1LL << 32);
+
 std::uint64_t Joined(const SequenceNumber& number) {
   return (std::uint64_t{static_cast<std::uint32_t>(number.high)} << 32) | number.low;
 }
@@ -76,7 +79,7 @@ TEST(SequenceNumber, ReadsPairsAsSignAndMagnitudeAndShowsThem) {
         Row{-INT_MAX, UINT_MAX, 0x8000000000000001, "-(2147483647,4294967295)", "(-2147483648,1)"},
         Row{INT_MIN, 0, 1ULL << 63, "-(-2147483648,0)", "(-2147483648,0)"},
         Row{INT_MIN, 1, INT64_MAX, "(2147483647,4294967295)", "(2147483647,4294967295)"},
-        Row{(1L << 32) + 2, (1UL << 32) + 5, 0x200000005, "(2,5)", "(2,5)"}}) {
+        Row{ABOVE_32_BITS + 2, ABOVE_32_BITS + 5, 0x200000005, "(2,5)", "(2,5)"}}) {
     const SequenceNumber number(row.high, row.low);
     EXPECT_EQ(Joined(number), row.stored) << row.high << ' ' << row.low;
     char text[SequenceNumber::TEXT_SIZE];
@@ -90,7 +93,7 @@ TEST(SequenceNumber, ReadsPairsAsSignAndMagnitudeAndShowsThem) {
   EXPECT_STREQ(SequenceNumber(-3).ToString(text, 26), "-(0,3)");
   EXPECT_EQ(SequenceNumber().ToString(nullptr, 26), nullptr);
   SequenceNumber number(4, 4);
-  number.Set((1L << 32) - 3);  // the low 32 bits of a long: -3
+  number.Set(ABOVE_32_BITS - 3);  // the low 32 bits of a long: -3
   EXPECT_EQ(Joined(number), 0 - 3ULL);
 }
 

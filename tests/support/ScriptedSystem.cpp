@@ -7,6 +7,15 @@
 #include <cstddef>
 #include <netdb.h>
 
+// operator new(std::size_t, const std::nothrow_t&), as the linker knows it.
+#if __SIZEOF_POINTER__ == 8
+#define __real_NEW __real__ZnwmRKSt9nothrow_t
+#define __wrap_NEW __wrap__ZnwmRKSt9nothrow_t
+#else
+#define __real_NEW __real__ZnwjRKSt9nothrow_t
+#define __wrap_NEW __wrap__ZnwjRKSt9nothrow_t
+#endif
+
 namespace {
 
 std::unique_ptr<ScriptedSystem> script = std::make_unique<ScriptedSystem>();
@@ -28,7 +37,7 @@ hostent* __real_gethostbyname(const char* name);
 int __real_close(int descriptor);
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
-void* __real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
+void* __real_NEW(std::size_t size, const std::nothrow_t& tag);
 
 int __wrap_ioctl(int descriptor, unsigned long request, ...) {
   std::va_list arguments;
@@ -68,8 +77,8 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
   return AllocationFails() ? nullptr : __real_calloc(count, size);
 }
 
-void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
-  return AllocationFails() ? nullptr : __real__ZnwmRKSt9nothrow_t(size, tag);
+void* __wrap_NEW(std::size_t size, const std::nothrow_t& tag) {
+  return AllocationFails() ? nullptr : __real_NEW(size, tag);
 }
 
 }  // extern "C"

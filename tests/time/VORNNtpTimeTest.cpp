@@ -9,6 +9,9 @@
 
 namespace {
 
+// What a long may hold above the 32 bits that are read of it; nothing on a 32-bit host.
+constexpr long ABOVE_32_BITS = static_cast<long>(1LL << 32);
+
 using Time = VORNNtpTime;
 
 constexpr auto Words = Time::FromWords;
@@ -66,8 +69,8 @@ TEST(VORNNtpTime, PacksSignsBorrowsAndTheLowWordOfLongs) {
         Row{3, 250, 12, 3, 1073728000}, Row{-3, 250, 12, -4, 3221239296},
         Row{-3, 1, 13, -4, UINT32_MAX}, Row{-1, 9, 99, -2, UINT32_MAX - 8},
         Row{INT_MIN, 0, 13, INT_MIN, 0}, Row{INT_MIN, 5, 13, INT_MAX, 5},
-        Row{(1L << 32) + 3, (1UL << 32) + 250, 12, 3, 1073728000},
-        Row{0xFFFFFFFDL, 250, 12, -4, 3221239296}, Row{-1, 1UL << 32, 10, -1, 0}}) {
+        Row{ABOVE_32_BITS + 3, ABOVE_32_BITS + 250, 12, 3, 1073728000},
+        Row{ABOVE_32_BITS - 3, 250, 12, -4, 3221239296}, Row{-1, ABOVE_32_BITS, 10, -1, 0}}) {
     Time time = Words(77, 77);
     time.Pack(row.seconds, row.count, static_cast<Time::FracUnit>(row.unit));
     EXPECT_EQ(time, Words(row.sec, row.frac)) << row.seconds << ' ' << row.count;
@@ -78,7 +81,7 @@ TEST(VORNNtpTime, PacksSignsBorrowsAndTheLowWordOfLongs) {
         Row{-500, 0, 12, -1, 2147511296}, Row{500, 0, 12, 0, 2147456000},
         Row{-500000, 0, 11, -1, 2147483654}, Row{-500000000, 0, 10, -1, 2147483650},
         Row{-5, 0, 13, 0, 4294967291}, Row{INT_MIN, 0, 13, 0, 2147483648},
-        Row{INT_MIN, 0, 12, -1, 0}, Row{(1L << 32) + 500, 0, 12, 0, 2147456000},
+        Row{INT_MIN, 0, 12, -1, 0}, Row{ABOVE_32_BITS + 500, 0, 12, 0, 2147456000},
         Row{5, 0, 9, 77, 77}, Row{5, 0, 14, 77, 77}}) {
     Time time = Words(77, 77);
     time.Pack(row.seconds, static_cast<Time::FracUnit>(row.unit));
