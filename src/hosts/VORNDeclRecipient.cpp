@@ -45,6 +45,8 @@ int HTKeyClass::Set(const char* key) {
 VORNDeclRecipient::VORNDeclRecipient(unsigned int hostAddress, int hostPort)
     : address(hostAddress), port(hostPort) {}
 
+VORNDeclRecipient::~VORNDeclRecipient() = default;
+
 bool VORNDeclRecipient::IsValid() const { return address != 0 && port != 0 && count > 0; }
 
 int VornDeclRecipientAdd(HTClass* table, unsigned int address, int port,

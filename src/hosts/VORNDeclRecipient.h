@@ -20,6 +20,7 @@ public:
   int count = 1;         ///< declarations not yet withdrawn
 
   VORNDeclRecipient(unsigned int hostAddress, int hostPort);
+  ~VORNDeclRecipient();
 
   /// True when there is an address, a port and at least one declaration.
   bool IsValid() const;

@@ -19,6 +19,8 @@ constexpr const char* TAG = "VornEnvironmentGet:";
 constexpr char ENTRY_SEPARATOR = ':';
 constexpr char COMMENT_START = '#';
 constexpr std::size_t BLOCK_SIZE = 63;
+// Blanks and comments fill no buffer, so a device or pipe could go on with them for ever.
+constexpr int BLOCK_LIMIT = 1 << 18;
 constexpr unsigned int HOST_MASK = 0xFFFFFFFFU;
 
 // Filters the file into `buffer`, `limit` bytes at most. Returns the bytes kept. What went wrong
@@ -26,6 +28,7 @@ constexpr unsigned int HOST_MASK = 0xFFFFFFFFU;
 int FileFilter(FILE* file, const char* name, char* buffer, int limit) {
   FilterStatus status{1, 0};
   int count = 0;
+  int blocks = 0;
   do {
     char block[BLOCK_SIZE];
     const std::size_t length = std::fread(block, 1, sizeof block, file);
@@ -37,7 +40,7 @@ int FileFilter(FILE* file, const char* name, char* buffer, int limit) {
     int overflow = 0;
     count += FilterWhitespace(&status, &overflow, buffer + count, limit - count, block,
                               static_cast<int>(length), ENTRY_SEPARATOR, COMMENT_START);
-    if (overflow != 0) {
+    if (overflow != 0 || ++blocks == BLOCK_LIMIT) {
       DiagnosticPrint(Diagnostic::FAILURE, "%s file too long. max %d\n", TAG, VORN_HOST_LIST_SIZE);
       break;
     }

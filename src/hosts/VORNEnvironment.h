@@ -38,9 +38,9 @@ inline constexpr int VORN_HOST_LIST_SIZE = 4096;
 /// With `useFile`, a file of the list's name is read if there is one, and settles the result:
 /// filtered by `FilterWhitespace` with ':' and '#', without a colon at its end, and cut after
 /// `VORN_HOST_LIST_SIZE` characters (one less in a buffer of just that size) with a line at level
-/// >= 0. A file that cannot be read to its end gives null, with lines at level >= 0, and leaves in
-/// the buffer what was read. A file of nothing but blanks and comments leaves the buffer as it was:
-/// store a terminator before the call.
+/// >= 0, as it is after 16 MiB of whatever it holds. A file that cannot be read to its end gives
+/// null, with lines at level >= 0, and leaves in the buffer what was read. A file of nothing but
+/// blanks and comments leaves the buffer as it was: store a terminator before the call.
 ///
 /// Otherwise, with `useEnvironment`, the variable of that name is copied as it is, cut after
 /// `length` - 1 characters with a line at level >= 0.

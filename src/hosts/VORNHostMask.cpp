@@ -62,6 +62,8 @@ bool ListHolds(const unsigned int* list, int count, unsigned int address) {
 VORNHostMask::VORNHostMask(unsigned int hostAddress, unsigned int hostMask)
     : address(hostAddress & hostMask), mask(hostMask) {}
 
+VORNHostMask::~VORNHostMask() = default;
+
 VORNHostMaskMatchChecker::VORNHostMaskMatchChecker(unsigned int ip, int skipLoopbackRule)
     : _ip(ip), _skipLoopbackRule(skipLoopbackRule) {}
 
@@ -91,7 +93,7 @@ int VORNHostMaskMatchChecker::Node(const HTKeyClass* /*key*/, HTNodeClass* node,
   return _hostMatched != 0 && _subnetMatched != 0 ? 0 : 1;
 }
 
-int VORNHostMaskMatchChecker::IsIpMatch() const {
+int VORNHostMaskMatchChecker::IsIpMatch() {
   const bool refused =
       (_sawSubnet != 0 && _subnetMatched == 0) || (_sawHost != 0 && _hostMatched == 0);
   return refused ? 0 : 1;

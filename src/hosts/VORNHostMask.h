@@ -19,6 +19,7 @@ public:
   unsigned int mask;     ///< 0xFFFFFFFF: a host; narrower: a subnet; 0: every address
 
   VORNHostMask(unsigned int hostAddress, unsigned int hostMask);
+  ~VORNHostMask();
 };
 
 /// Finds out whether one address is admitted by the table that it visits. One walk each.
@@ -35,7 +36,7 @@ public:
 
   /// After a walk to the end: 1 when the address is among the hosts, if any were seen, and inside
   /// one of the subnets, if any were seen; else 0. So 1 when nothing was seen.
-  int IsIpMatch() const;
+  int IsIpMatch();
 
 protected:
   unsigned int _ip;

@@ -28,14 +28,15 @@ public:
   /// Deletes every queue object, which leaves the queues on the host, and the registry. No other
   /// thread uses the manager or its queues any more.
   static void Destroy();
-  /// Deletes every queue object, and removes from the host the queues that this process made. The
-  /// registry is then empty and can be used on.
+  /// Deletes every queue object, and removes from the host the queues that this process made, as
+  /// far as `ShmMsgQ::Destroy` goes. The registry is then empty and can be used on.
   static void ReleaseAll();
 
   /// Makes a queue with `size` bytes, and an object for it with one holder. Null when that fails,
   /// with nothing left on the host, except what belongs to an existing queue of that id.
   static ShmMsgQ* New(int id, unsigned int size);
-  /// Opens an existing queue, and makes an object for it with one holder. Null when there is none.
+  /// Opens an existing queue, and makes an object for it with one holder. Null when there is none
+  /// that can be used. A missing semaphore or mutex is made, and stays when a later step fails.
   static ShmMsgQ* Open(int id);
   /// Sees to it that an object of the queue is registered: 1 when there is one, whose count stays,
   /// or the existing queue could be opened; else 0. It never makes a queue. An object that gets as
@@ -62,11 +63,11 @@ protected:
   static KELSemaphore* _mutex;  ///< guards `_list` and the counts; null: no registry
 
 private:
-  class Lock;
+  class VORN_LOCAL Lock;
 
-  // Not under the lock of their own: their callers hold it.
-  static DequeVoidNode* NodeFind(int id);
-  static void QueuesDelete(bool destroyCreated);
+  // Their callers hold the mutex.
+  VORN_LOCAL static DequeVoidNode* NodeFind(int id);
+  VORN_LOCAL static void QueuesDelete(bool destroyCreated);
 };
 
 #endif

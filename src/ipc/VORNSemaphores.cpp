@@ -77,14 +77,19 @@ int SemaphoreMutexNew(int key, int initialValue) {
   int set = SetCreate(key);
   if (set < 0)
     return AllocationRefuse("named semaphore");
-  // What a fresh IPC namespace gives first. Removing it moves the kernel's count on, so the next
-  // set of the same slot has another number.
+  // What a fresh IPC namespace gives first. Once it is removed, the kernel goes on to another
+  // number.
   if (set == NO_HANDLE) {
     if (!SetRemove(set))
       static_cast<void>(std::puts("Unable to delete semaphore"));
     set = SetCreate(key);
   }
-  return ValueSet(set, initialValue) ? set : AllocationRefuse("semaphore inti");
+  const int creationError = errno;
+  if (ValueSet(set, initialValue))
+    return set;
+  if (set < 0)
+    errno = creationError;
+  return AllocationRefuse("semaphore inti");
 }
 
 int SemaphoreMutexDelete(int handle) {

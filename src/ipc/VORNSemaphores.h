@@ -4,7 +4,8 @@
 #include "platform/VornExport.h"
 
 /// Semaphores and mutexes between the processes of one host, found by a number that they agree on.
-/// Each is a System V set of one semaphore, readable and writable for owner and group (0664).
+/// Each is a System V set of one semaphore that owner and group may use and others only look at
+/// (0664).
 ///
 /// The value has two states: a take waits for 1 and makes it 0; a give makes it 1, however often it
 /// is called. Nothing is undone when a process ends: a holder that dies leaves the value at 0 until
@@ -18,8 +19,9 @@
 /// Opens the set of `key` (System V key; 0 names no set and is refused) or, when there is none,
 /// makes one with the value `initialValue` (0 to 32767). The value of a set that exists is left as
 /// it is. Returns the handle; or 0 with a line at level >= 0 when it can be neither opened nor
-/// made, which includes losing a race against another process that makes it. A set that was made
-/// but could not be given its value stays.
+/// made, which includes losing a race against another process that makes it; or 0 without a line
+/// when the set that exists is the kernel's number 0. A set that was made but could not be given
+/// its value stays.
 VORN_API int SemaphoreMutexNew(int key, int initialValue);
 
 /// Removes the set; whoever waits for it fails. Returns 1, also for a handle of 0 or below, which
@@ -29,9 +31,9 @@ VORN_API int SemaphoreMutexDelete(int handle);
 /// `SemaphoreMutexNew`, with one more line at level >= 0 when that returns 0.
 VORN_API int NamedSemaphoreNew(int key, int initialValue);
 /// Waits until the value is 1 and makes it 0, with one system call. Returns 1; or 0 when the wait
-/// was ended by a signal (nothing is tried again), or there is no such set any more.
+/// was ended by a signal (nothing is tried again), there is no such set any more, or no permission.
 VORN_API int NamedSemaphoreTake(int handle);
-/// Makes the value 1, with one system call. Returns 1, or 0 when there is no such set.
+/// Makes the value 1, with one system call. Returns 1, or 0 without such a set or permission.
 VORN_API int NamedSemaphoreGive(int handle);
 /// `SemaphoreMutexDelete`.
 VORN_API int NamedSemaphoreDelete(int handle);

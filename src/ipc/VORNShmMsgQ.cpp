@@ -25,6 +25,7 @@
 #include <atomic>
 #include <climits>
 #include <cstring>
+#include <mutex>
 #include <optional>
 
 namespace {
@@ -34,6 +35,9 @@ constexpr int HEADER_SIZE = sizeof(ShmMsgQHeader);
 constexpr unsigned int BASE_KEY = 0xABBD0000;
 
 using SharedOffset = std::atomic_ref<std::int32_t>;
+using SharedByte = std::atomic_ref<char>;
+// A lock would be one of this process alone.
+static_assert(SharedOffset::is_always_lock_free && SharedByte::is_always_lock_free);
 
 // Keys come in pairs: even for the segment and the semaphore, which have spaces of their own, odd
 // for the mutex.
@@ -47,13 +51,15 @@ unsigned int SegmentLengthOf(unsigned int size) {
   return size < INT_MAX ? size + 1U + HEADER_SIZE : UINT_MAX;
 }
 
-// One snapshot of a header whose offsets both lie in the ring.
+// One snapshot of a header whose offsets both lie in the ring; there is none without a header.
 struct RingState {
   int writeOffset;
   int readOffset;
 };
 
 std::optional<RingState> RingStateGet(ShmMsgQHeader* header, int capacity) {
+  if (header == nullptr)
+    return std::nullopt;
   const RingState state{
       SharedOffset(header->writeOffset).load(std::memory_order_acquire),  // partner: sender's store
       SharedOffset(header->readOffset).load(std::memory_order_acquire)};  // partner: ReadOffsetSet
@@ -104,9 +110,12 @@ std::optional<int> MessageLengthGet(ShmMsgQHeader* header, int capacity, const R
   const int used = UsedBytes(state, capacity);
   if (used < LENGTH_SIZE)
     return std::nullopt;
-  std::int32_t length = 0;
+  // Atomically, so that the value that is checked below is the value that is used.
   char word[LENGTH_SIZE];
-  RingRead(RingGet(header), capacity, state.readOffset, word, LENGTH_SIZE);
+  for (int i = 0; i < LENGTH_SIZE; ++i)
+    word[i] = SharedByte(RingGet(header)[RingAdvance(state.readOffset, i, capacity)])
+                  .load(std::memory_order_relaxed);
+  std::int32_t length = 0;
   std::memcpy(&length, word, sizeof length);
   return length >= 0 && length <= used - LENGTH_SIZE ? std::optional<int>(length) : std::nullopt;
 }
@@ -148,10 +157,10 @@ int ShmMsgQImpl::Initialize() {
 int ShmMsgQImpl::InitializeSharedMemory() {
   const int key = KeyGet(_id, 0);
   _shm = _isCreator != 0 ? ShMNew(key, _segmentLength) : ShMOpen(key);
-  if (_shm == nullptr || !SegmentHoldsQueue())
+  _capacity = _shm != nullptr ? CapacityGet() : 0;
+  if (_capacity == 0)
     return 0;
   _header = static_cast<ShmMsgQHeader*>(ShMAddressGet(_shm));
-  _capacity = static_cast<int>(ShMLengthGet(_shm) - HEADER_SIZE);
   return 1;
 }
 
@@ -179,23 +188,33 @@ void ShmMsgQImpl::Uninitialize() {
 }
 
 int ShmMsgQImpl::SpaceGet() const {
-  if (_header == nullptr)
-    return 0;
+  const std::shared_lock attached(_attachmentLock);
   const std::optional<RingState> state = RingStateGet(_header, _capacity);
   return state ? FreeBytes(*state, _capacity) : 0;
 }
 
 int ShmMsgQImpl::Send(const char* data, int length) {
-  if (IsValid() == 0)
-    return 0;
+  std::shared_lock attached(_attachmentLock);
   int result = SendInternal(data, length);
   if (result == SEND_LOCK_FAILED) {
-    // The queue may have been destroyed and made again by its owner: by key it is found again.
-    Uninitialize();
-    Initialize();
+    const unsigned int attachment = _attachment;
+    attached.unlock();
+    Reinitialize(attachment);
+    attached.lock();
     result = SendInternal(data, length);
   }
   return result == SEND_DONE ? 1 : 0;
+}
+
+// The queue may have been destroyed and made again by its owner: by key it is found again. Once for
+// all the threads that failed on one attachment; a creator's second try would find its own segment.
+void ShmMsgQImpl::Reinitialize(unsigned int attachment) {
+  const std::unique_lock detached(_attachmentLock);
+  if (_attachment != attachment)
+    return;
+  ++_attachment;
+  Uninitialize();
+  Initialize();
 }
 
 int ShmMsgQImpl::SendInternal(const char* data, int length) {
@@ -232,13 +251,17 @@ int ShmMsgQImpl::MessageWrite(const char* data, int length) {
 }
 
 int ShmMsgQImpl::Recv(char* buffer, int length) {
-  if (buffer == nullptr || length < 0 || IsValid() == 0)
+  if (buffer == nullptr || length < 0)
     return -1;
+  std::shared_lock attached(_attachmentLock);
   std::optional<RingState> state = RingStateGet(_header, _capacity);
   // A give that no message follows costs one turn; none is lost, for it is looked for first.
   while (state && state->writeOffset == state->readOffset) {
-    if (NamedSemaphoreTake(_semaphoreId) == 0)
+    const int semaphore = _semaphoreId;
+    attached.unlock();
+    if (NamedSemaphoreTake(semaphore) == 0)
       return -1;
+    attached.lock();
     state = RingStateGet(_header, _capacity);
   }
   const std::optional<int> sent =
@@ -253,9 +276,13 @@ int ShmMsgQImpl::Recv(char* buffer, int length) {
   return copied;
 }
 
-int ShmMsgQImpl::IsValid() { return _shm != nullptr && _header != nullptr ? 1 : 0; }
+int ShmMsgQImpl::IsValid() {
+  const std::shared_lock attached(_attachmentLock);
+  return _shm != nullptr && _header != nullptr ? 1 : 0;
+}
 
 void ShmMsgQImpl::Destroy() {
+  const std::unique_lock detached(_attachmentLock);
   NamedMutexDelete(_mutexId);
   _mutexId = 0;
   NamedSemaphoreDelete(_semaphoreId);
@@ -265,10 +292,12 @@ void ShmMsgQImpl::Destroy() {
   _header = nullptr;
 }
 
-// Whether the attached segment is as large as its length word says, and that is enough for a queue
-// and not more than offsets can count.
-bool ShmMsgQImpl::SegmentHoldsQueue() const {
+// Bytes of the ring; 0 when the attached segment is smaller than its length word says, or that is
+// too little for a queue or more than offsets can count. The word is read once: another process can
+// change it between a check and a use.
+int ShmMsgQImpl::CapacityGet() const {
   const unsigned int length = ShMLengthGet(_shm);
-  return length > HEADER_SIZE && length - HEADER_SIZE <= INT_MAX &&
-         _shm->size - SHM_LENGTH_WORD_SIZE >= length;
+  const bool holdsQueue = length > HEADER_SIZE && length - HEADER_SIZE <= INT_MAX &&
+                          _shm->size - SHM_LENGTH_WORD_SIZE >= length;
+  return holdsQueue ? static_cast<int>(length - HEADER_SIZE) : 0;
 }

@@ -6,16 +6,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <shared_mutex>
 
 /// A queue of messages of any length from many senders to one receiver, in any processes of one
 /// host that agree on an integer, the queue id. It lives in a shared segment as a ring of
 /// length-prefixed messages; a named mutex lets one sender at a time write, a named semaphore wakes
 /// the receiver. docs/queue-layout.md describes all of it byte by byte.
 ///
-/// Threads: any number of senders in any processes, one receiver per queue. One object serves one
-/// sending thread and one receiving thread at a time. A failed send can detach the object from its
-/// segment, so where that may happen (the queue is destroyed and made again, signals arrive) the
-/// receiving thread has an object of its own.
+/// Threads: any number of senders in any processes, one receiver per queue. One object serves any
+/// number of sending threads and one receiving thread of its process. `Destroy` and the destructor
+/// wait for nobody: no other thread sends through the object then.
 class VORN_API ShmMsgQ {
 public:
   ShmMsgQ(int refCount, int id);
@@ -31,20 +31,23 @@ public:
   /// When the mutex cannot be taken (a signal, a deleted set) or the semaphore not be given, a line
   /// is printed at level > 1, the queue is opened anew by its id and the message is sent once more;
   /// after a failed give it is then in the queue twice. When the opening fails, which it always
-  /// does for the creator of a queue that still exists, the queue becomes invalid for good.
+  /// does for the creator of a queue that still exists, the object becomes invalid for good.
   virtual int Send(const char* data, int length) = 0;
 
   /// Takes the oldest message, waiting for one, and copies at most `length` bytes of it; the rest
-  /// is lost. Returns the bytes copied; or -1 when the wait failed (a signal, a deleted set) and,
-  /// at once with nothing taken, for a null buffer, a negative length, an invalid queue, and a
-  /// header or message that another process has damaged.
+  /// is lost. Returns the bytes copied; or -1, with nothing taken, when the wait failed (a signal,
+  /// a deleted set), for a null buffer, a negative length, an invalid queue, and a header or
+  /// message that another process has damaged. Damage stays: every later call returns -1 without
+  /// waiting.
   virtual int Recv(char* buffer, int length) = 0;
 
   /// 1 while the object is attached to its queue, else 0. Ask after construction.
   virtual int IsValid() = 0;
 
   /// Removes mutex, semaphore and segment from the host and leaves this object invalid. Those who
-  /// wait for the queue fail.
+  /// wait for the queue fail. An object that a failed send made invalid no longer knows the
+  /// segment: it removes mutex and semaphore, and the segment stays until another object destroys
+  /// it.
   virtual void Destroy() = 0;
 
   /// Prints queue id and reference count, whatever the verbosity.
@@ -59,7 +62,7 @@ protected:
 
   int _id;
   int _refCount;   ///< holders in this process, kept by the manager
-  int _capacity;   ///< bytes of the ring as this process found it; 0: not initialised
+  int _capacity;   ///< bytes of the ring as this process found it; read in valid objects only
   int _isCreator;  ///< 1: this object made the shared objects; 0: it opened them
 };
 
@@ -118,8 +121,14 @@ protected:
   unsigned int _segmentLength = 0;  ///< usable length that a creator asks for; 0: opener
 
 private:
-  bool SegmentHoldsQueue() const;
-  int MessageWrite(const char* data, int length);
+  VORN_LOCAL int CapacityGet() const;
+  VORN_LOCAL int MessageWrite(const char* data, int length);
+  VORN_LOCAL void Reinitialize(unsigned int attachment);
+
+  /// Held shared by whoever works with the fields above or in the segment, a receiver's wait
+  /// excepted; alone by whoever attaches or detaches, so that nothing is unmapped under a receiver.
+  mutable std::shared_mutex _attachmentLock;
+  unsigned int _attachment = 0;  ///< counts re-initialisations
 };
 
 #endif

@@ -16,6 +16,8 @@ constexpr int CREATION_FLAGS = IPC_CREAT | IPC_EXCL | 0664;
 
 ShMHandle* HandleNew() { return static_cast<ShMHandle*>(std::calloc(1, sizeof(ShMHandle))); }
 
+static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
+
 // The kernel attaches at page boundaries, so the word at the start is aligned.
 std::atomic_ref<std::uint32_t> LengthWord(const ShMHandle* handle) {
   return std::atomic_ref<std::uint32_t>(*reinterpret_cast<std::uint32_t*>(handle->base));
@@ -102,7 +104,7 @@ int ShMWrite(ShMHandle* handle, const void* source, unsigned int count) {
   if (!CopyIsInBounds(handle, source, count))
     return 0;
   if (count > 0)
-    std::memcpy(handle->data, source, count);
+    std::memmove(handle->data, source, count);
   return 1;
 }
 
@@ -110,6 +112,6 @@ int ShMRead(ShMHandle* handle, void* destination, unsigned int count) {
   if (!CopyIsInBounds(handle, destination, count))
     return 0;
   if (count > 0)
-    std::memcpy(destination, handle->data, count);
+    std::memmove(destination, handle->data, count);
   return 1;
 }

@@ -6,8 +6,9 @@
 #include <cstddef>
 
 /// Blocks of memory that the processes of one host share, found by a number that they agree on.
-/// Each is a System V segment, readable and writable for owner and group (0664), that begins with
-/// its own usable length: 4 bytes, unsigned, in the host's byte order, written once by its creator.
+/// Each is a System V segment of owner and group (0664; others cannot attach it for writing, as is
+/// done here) that begins with its own usable length: 4 bytes, unsigned, in the host's byte order,
+/// written once by its creator.
 /// The data area follows at byte 4, and is what callers get.
 ///
 /// Processes attach a segment at different addresses: never put a pointer into one. The library
@@ -42,7 +43,8 @@ VORN_API void ShMDelete(ShMHandle* handle, int destroy);
 /// The data area of a handle; null for null.
 VORN_API void* ShMAddressGet(ShMHandle* handle);
 /// The usable length in bytes, as it stands in the segment; 0 for null. Another process can have
-/// damaged it: compare it with `ShMHandle::size` before relying on it.
+/// damaged it, and every call reads it anew: compare one result with `ShMHandle::size` and use
+/// that.
 VORN_API unsigned int ShMLengthGet(ShMHandle* handle);
 
 /// Copies `count` bytes between the start of the data area and the caller's memory. Return 1; or 0

@@ -42,12 +42,13 @@ public:
 
 private:
   // Both return whether all endpoints are ready. What was made so far is in `_dgrams` either way.
-  bool InterfaceEndpointsMake(int count, VORNMulticastProperties* multicastProperties,
-                              int optionMask, VORNDGramProperties* properties,
-                              int socketDescriptor);
-  bool OrdinaryEndpointMake(int optionMask, VORNDGramProperties* properties, int socketDescriptor);
+  VORN_LOCAL bool InterfaceEndpointsMake(int count, VORNMulticastProperties* multicastProperties,
+                                         int optionMask, VORNDGramProperties* properties,
+                                         int socketDescriptor);
+  VORN_LOCAL bool OrdinaryEndpointMake(int optionMask, VORNDGramProperties* properties,
+                                       int socketDescriptor);
   // Deletes the first `count` slots and the array.
-  void EndpointsDelete(int count);
+  VORN_LOCAL void EndpointsDelete(int count);
 };
 
 #endif

@@ -1,5 +1,7 @@
 #include "utils/VORNUtilsDiag.h"
 
+#include <atomic>
+
 int VORNUtilsVerbosity = 0;
 int VORN_UTILS_DEBUG = 0;
 int DEBUG_ENABLE = 1;
@@ -16,4 +18,6 @@ VORNDiagNetworkListenerClass* VORN_DIAG_NETWORK_LISTENER = nullptr;
 
 VORNDiagNetworkListenerClass::~VORNDiagNetworkListenerClass() = default;
 
-void VornUtilsVerbositySet(int level) { VORNUtilsVerbosity = level; }
+void VornUtilsVerbositySet(int level) {
+  std::atomic_ref(VORNUtilsVerbosity).store(level, std::memory_order_relaxed);
+}

@@ -1,5 +1,7 @@
 #include "platform/KelMutex.h"
 
+#include <algorithm>
+#include <limits>
 #include <new>
 
 #include <cerrno>
@@ -26,9 +28,15 @@ timespec DeadlineGet(const KELNtpTime& timeout) {
   clock_gettime(CLOCK_MONOTONIC, &deadline);
   if (timeout.sec < 0)
     return deadline;
-  deadline.tv_nsec += static_cast<long>((std::uint64_t{timeout.frac} * 1000000000U) >> 32);
-  deadline.tv_sec += timeout.sec + deadline.tv_nsec / 1000000000;
-  deadline.tv_nsec %= 1000000000;
+  const std::int64_t nanoseconds =
+      deadline.tv_nsec +
+      static_cast<std::int64_t>((std::uint64_t{timeout.frac} * 1000000000U) >> 32);
+  // A 32-bit host counts no farther than its `time_t`; a wait as long as that ends there.
+  const std::int64_t seconds =
+      std::int64_t{deadline.tv_sec} + timeout.sec + nanoseconds / 1000000000;
+  deadline.tv_sec = static_cast<time_t>(
+      std::min(seconds, static_cast<std::int64_t>(std::numeric_limits<time_t>::max())));
+  deadline.tv_nsec = static_cast<long>(nanoseconds % 1000000000);
   return deadline;
 }
 

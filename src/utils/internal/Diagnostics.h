@@ -4,10 +4,16 @@
 #include "platform/KelDebug.h"
 #include "utils/VORNUtilsDiag.h"
 
+#include <atomic>
+
 /// The four verbosity tests, by what is printed under them.
 enum class Diagnostic : int { FAILURE = 0, NOTE = 1, SHARED_MEMORY = 2, TRACE = 3 };
 
-inline bool DiagnosticIsOn(Diagnostic kind) { return VORNUtilsVerbosity >= static_cast<int>(kind); }
+/// Atomic, because any thread may set the level while others print.
+inline bool DiagnosticIsOn(Diagnostic kind) {
+  return std::atomic_ref(VORNUtilsVerbosity).load(std::memory_order_relaxed) >=
+         static_cast<int>(kind);
+}
 
 /// Prints a line when its test passes. The arguments are evaluated in any case, so a text that
 /// costs something to make is built after asking `DiagnosticIsOn`.
