@@ -6,6 +6,7 @@
 #include "platform/VornCDRStream.h"
 #include "utils/internal/Diagnostics.h"
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -93,10 +94,11 @@ VORNDGramClass::~VORNDGramClass() = default;
 
 int VORNDGramClass::NICInitialize() {
   KelThreadLock();
-  if (VORN_NIC == nullptr)
+  const bool countable = NICReferenceCount < INT_MAX;
+  if (VORN_NIC == nullptr && countable)
     VORN_NIC =
         static_cast<VORNNICProperties*>(std::calloc(VORN_NIC_CAPACITY, sizeof(VORNNICProperties)));
-  if (VORN_NIC == nullptr || NICReferenceCount == INT_MAX) {
+  if (VORN_NIC == nullptr || !countable) {
     KelThreadUnlock();
     return 0;
   }
@@ -178,8 +180,14 @@ VORNDGram::VORNDGram(int recvMulticast, int optionMask, VORNDGramProperties* pro
 
 VORNDGram::~VORNDGram() {
   if (_recvGroupManager != nullptr) {
-    while (_recvGroupManager->IsEmpty() == 0)
-      RecvMulticastGroupLeave(_recvGroupManager->HeadGet());
+    while (_recvGroupManager->IsEmpty() == 0) {
+      const unsigned int group = _recvGroupManager->HeadGet();
+      // A record that a derived class put there can hold anything, and must go all the same.
+      if (HostIPIsMulticastAddress(group) != 0)
+        RecvMulticastGroupLeave(group);
+      else
+        _recvGroupManager->Remove(group);
+    }
     delete _recvGroupManager;
     _recvGroupManager = nullptr;
   }
@@ -191,8 +199,11 @@ int VORNDGram::IsValid() const { return socketRecord != nullptr ? 1 : 0; }
 int VORNDGram::SendTo(KELNetioAddr* destination, VORNCDRStream* stream) {
   if (socketRecord == nullptr)
     return 0;
-  if (VORN_DIAG_NETWORK_LISTENER != nullptr)
-    VORN_DIAG_NETWORK_LISTENER->SendNotify(stream);
+  // Read once, so that it cannot become null between the test and the call.
+  VORNDiagNetworkListenerClass* listener =
+      std::atomic_ref(VORN_DIAG_NETWORK_LISTENER).load(std::memory_order_acquire);
+  if (listener != nullptr)
+    listener->SendNotify(stream);
   const int length = VornCDRStreamPositionGet(stream);
   return sendTo(this, destination, stream != nullptr ? stream->buffer : nullptr, length);
 }

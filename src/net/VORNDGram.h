@@ -85,7 +85,7 @@ public:
   /// 1 when there is no group, else 0.
   int IsEmpty() const;
   /// 1 when the list could be allocated, else 0; without it nothing can be added.
-  int IsValid() const;
+  VORN_LOCAL int IsValid() const;
 
 protected:
   DequeVoid* _groups;  ///< each node's data is a `VORNRecvMulticastGroup*`

@@ -74,6 +74,9 @@ bool VORNDGramMulticast::InterfaceEndpointsMake(int count,
                                                 int socketDescriptor) {
   int nic = CapableInterfaceNext(0);
   for (int k = 0; k < count; ++k, nic = CapableInterfaceNext(nic + 1)) {
+    // The up flag can be cleared between the count and this walk.
+    if (nic >= VORN_NIC_COUNT)
+      return false;
     VORNDGram* dgram = _dgrams[k] =
         new (std::nothrow) VORNDGram(0, optionMask, properties, socketDescriptor);
     if (dgram == nullptr || dgram->IsValid() == 0)

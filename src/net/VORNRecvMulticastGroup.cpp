@@ -57,12 +57,11 @@ int VORNRecvMulticastGroupManager::Remove(unsigned int address) {
   if (node == nullptr)
     return -1;
   VORNRecvMulticastGroup* group = GroupOf(node);
-  const int left = --group->refCount;
-  if (left == 0) {
-    delete _groups->RemoveNode(node);
-    delete group;
-  }
-  return left;
+  if (group->refCount > 1)
+    return --group->refCount;
+  delete _groups->RemoveNode(node);
+  delete group;
+  return 0;
 }
 
 unsigned int VORNRecvMulticastGroupManager::HeadGet() const {

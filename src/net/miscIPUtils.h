@@ -32,8 +32,9 @@ VORN_API const char* VornAddressToStringPrintable(unsigned int address, char* bu
 
 /// The address that `text` names: four dotted decimal numbers, or a host name to be resolved. A
 /// null `text` means this host. The numbers are neither limited to a byte nor masked, and what
-/// follows the fourth is ignored. Returns 0 when the name cannot be resolved, with a line at level
-/// > 0, and when this host's own name cannot be read.
+/// follows the fourth is ignored; above 4294967295 a number is what the host's `sscanf` makes of
+/// it. Returns 0 when the name cannot be resolved, with a line at level > 0, and when this host's
+/// own name cannot be read.
 VORN_API unsigned int VornStringToAddress(const char* text);
 
 /// Writes "address:port" into `buffer` (`VORN_ADDRESS_PORT_TEXT_SIZE` bytes). Returns `buffer`, or
@@ -44,8 +45,10 @@ VORN_API char* IPAndPortToString(unsigned int address, int port, char* buffer);
 /// when `buffer` is null. Null for a null address.
 VORN_API char* KelNetioAddrToString(KELNetioAddr* address, char* buffer);
 
-/// A time as whole seconds for a wait: the rest of a second is dropped, except that a wait of less
-/// than a second, but at least a microsecond, is one second.
+/// A time as whole seconds for a wait. The fraction is rounded to microseconds first, and a
+/// fraction that becomes a whole second (from 4294965143 on) is one, except after 2147483647
+/// seconds; then the rest of a second is dropped. But no seconds and any microsecond at all (from
+/// fraction 2145 on) are one second. Negative seconds stay negative.
 VORN_API int NETOSSelectTimeout(KELNtpTime timeout);
 
 }  // extern "C"

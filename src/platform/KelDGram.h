@@ -52,7 +52,8 @@ struct KELDGram {
   int (*receiveFrom)(KELDGram* self, KELNetioAddr* source, char* buffer, int capacity) = nullptr;
 };
 
-/// Prepares an object in place and opens its socket. Returns 1, or 0 with the object released.
+/// Prepares an object that holds nothing, in place, and opens its socket. Returns 1, or 0 with the
+/// object released.
 VORN_API int KelDGramInitialize(KELDGram* self);
 /// Closes the socket and forgets the operations. Null and an object that holds nothing are ignored.
 VORN_API void KelDGramRelease(KELDGram* self);

@@ -23,9 +23,9 @@ struct KELSemaphore;
 /// Returns a new semaphore that is free, or null when the host cannot give one. `options` is
 /// reserved; the library passes 0.
 VORN_API KELSemaphore* KelSemaphoreMutexNew(int options);
-/// Takes the semaphore, waiting at most `timeout` (null: for ever; zero or
-/// negative: not at all). A signal
-/// does not end the wait. Returns 1 when taken, 0 when the time ran out or for a null semaphore.
+/// Takes the semaphore, waiting at most `timeout` (null: for ever; zero or negative: not at all). A
+/// signal does not end the wait. Returns 1 when taken, 0 when the time ran out or for a null
+/// semaphore.
 VORN_API int KelSemaphoreTake(KELSemaphore* semaphore, const KELNtpTime* timeout);
 /// Makes the semaphore free and wakes one waiter; giving a free one changes nothing. Returns 1, or
 /// 0 for null.

@@ -97,9 +97,12 @@ int Bitmap::Init(const SequenceNumber& newLead, int newSize, int fill) {
   return 1;
 }
 
+// The sum wraps near the end of the numbers. For a negative size it would wrap the other way, and
+// put nearly everything in range.
 int Bitmap::BitInRange(const SequenceNumber& sn) const {
-  return words != nullptr && lead <= sn && sn < lead + std::min<std::int32_t>(size, CAPACITY) ? 1
-                                                                                              : 0;
+  if (words == nullptr || size <= 0)
+    return 0;
+  return lead <= sn && sn < lead + std::min<std::int32_t>(size, CAPACITY) ? 1 : 0;
 }
 
 int Bitmap::BitSet(const SequenceNumber& sn, int value) {

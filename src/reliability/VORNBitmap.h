@@ -55,13 +55,13 @@ public:
   /// Finds the first bit from `from` on that equals `value`, which is 0 or 1; nothing equals
   /// another value. Returns 1 with its sequence number in `*result`, or with the one past the
   /// window when there is none; an empty window searched from its lead has its lead there. Returns
-  /// 0 with `lead` in
-  /// `*result` when `from` is out of range, and 0 for a null `result`.
+  /// 0 with `lead` in `*result` when `from` is out of range, and 0 for a null `result`.
   int BitFirstGet(const SequenceNumber& from, int value, SequenceNumber* result);
 
   /// Advances the window to `newLead`, dropping the bits before it; past the last bit it becomes
-  /// empty. At most 2147483647 numbers per call: a farther lead is not reached. Words past the new
-  /// size keep old contents. Returns 1, or 0 with nothing changed when `newLead` is before `lead`.
+  /// empty. At most 2147483647 numbers per call: a farther lead is not reached. Used words past the
+  /// new size hold what the shift left there. Returns 1, or 0 with nothing changed when `newLead`
+  /// is before `lead`.
   int LeadMove(const SequenceNumber& newLead);
   /// Makes `sn` the last bit; before the lead, empties the window. The words stay. Returns 1, or 0
   /// with nothing changed past the last bit.

@@ -19,8 +19,10 @@
 //
 // A reader that finds its seconds fallen below R2 has seen the wrap with the old offset. It takes
 // the mutex; whoever comes first with the generation unchanged corrects the offset, and every such
-// reader adds the rollover to its own result. A late store of a reading from before the wrap to
-// _lastSeconds does no harm: corrected readings lie above it.
+// reader adds the rollover to its own result. A late store of a reading from before the
+// wrap to _lastSeconds does no harm to the readings that follow: corrected ones lie above it. Only
+// a store that comes a whole turn late hides the next wrap, if nobody has read the clock in
+// between.
 
 #include "time/VORNClock.h"
 
@@ -100,7 +102,7 @@ void VORNClock::TimeGet(KELNtpTime* time) {
   if (generation.load(std::memory_order_relaxed) == noted) {
     generation.store(IN_PROGRESS, std::memory_order_relaxed);
     lastSeconds.store(now, std::memory_order_release);  // partner: R2
-    OffsetStore(_offset, TimeAdd(_offset, _rollover));
+    OffsetStore(_offset, TimeAdd(OffsetLoad(_offset), _rollover));
     generation.store(GenerationAfter(noted), std::memory_order_release);  // partner: R1
   }
   KelMutexGive(_clockMutex);

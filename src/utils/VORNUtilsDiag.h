@@ -37,7 +37,7 @@ public:
 
   /// Called on the sending thread with the stream whose bytes, from its start to its position, go
   /// out next; once per datagram, so once per interface for a multicast. The stream must be left as
-  /// it is.
+  /// it is; it is null when the sender gave none.
   virtual void SendNotify(VORNCDRStream* stream) = 0;
 };
 

@@ -26,7 +26,7 @@ bool SwapIsNeeded(const VORNCDRStream* stream) {
 void VornCDRStreamInitialize(VORNCDRStream* stream, char* buffer, int capacity,
                              VORNCDRByteOrder byteOrder) {
   if (stream != nullptr)
-    *stream = {byteOrder, buffer, capacity, 0};
+    *stream = {byteOrder, buffer, buffer != nullptr ? capacity : 0, 0};
 }
 
 int VornCDR4ByteSerialize(VORNCDRStream* stream, const void* item) {
