@@ -26,7 +26,7 @@ TEST(CDRStream, AlignsItemsAndChangesNothingWhereOneDoesNotFit) {
         const std::string item = big ? "\xa1\xb2\xc3\xd4" : "\xd4\xc3\xb2\xa1";
         std::string bytes(16, '\x5a'), expected = bytes;
         if (fits != 0)
-          std::copy_n(item.begin(), 4, std::fill_n(&expected[start], place - start, '\0'));
+          std::copy_n(item.begin(), 4, std::fill_n(expected.begin() + start, place - start, '\0'));
         VORNCDRStream stream{big ? VORN_CDR_BIG_ENDIAN : VORN_CDR_LITTLE_ENDIAN, bytes.data(),
                              capacity, start};
         VORNCDRStream again = stream, octets = stream;
