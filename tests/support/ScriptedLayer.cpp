@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 struct KELMutex {
   std::mutex native;
@@ -31,10 +32,15 @@ std::string BytesText(const void* value, int size) {
   return text;
 }
 
-int OptionSet(KELDGram* /*self*/, int code, void* value, int size) {
+void CallNote(KELDGram* self, const std::string& call) {
+  const int descriptor = self->socketRecord->descriptor;
+  script->calls.push_back(descriptor >= 0 ? call + " on " + std::to_string(descriptor) : call);
+}
+
+int OptionSet(KELDGram* self, int code, void* value, int size) {
   char name[32];
   std::snprintf(name, sizeof name, "optionSet %x ", static_cast<unsigned int>(code));
-  script->calls.push_back(name + BytesText(value, size));
+  CallNote(self, name + BytesText(value, size));
   std::vector<int>& errors = script->optionErrno[code];
   if (errors.empty())
     return 0;
@@ -45,13 +51,13 @@ int OptionSet(KELDGram* /*self*/, int code, void* value, int size) {
   return error != 0 ? -1 : 0;
 }
 
-int Bind(KELDGram* /*self*/, unsigned int localAddress, int port) {
-  script->calls.push_back("bind " + std::to_string(localAddress) + " " + std::to_string(port));
+int Bind(KELDGram* self, unsigned int localAddress, int port) {
+  CallNote(self, "bind " + std::to_string(localAddress) + " " + std::to_string(port));
   return script->bindResult(port);
 }
 
-int SendTo(KELDGram* /*self*/, KELNetioAddr* /*destination*/, char* buffer, int length) {
-  script->calls.push_back("sendTo " + std::to_string(length) + (buffer == nullptr ? " null" : ""));
+int SendTo(KELDGram* self, KELNetioAddr* /*destination*/, char* buffer, int length) {
+  CallNote(self, "sendTo " + std::to_string(length) + (buffer == nullptr ? " null" : ""));
   if (script->sendResults.empty())
     return 1;
   const int result = script->sendResults.front();
@@ -78,6 +84,13 @@ ScriptedLayer& Script() { return *script; }
 void ScriptReset() {
   script = std::make_unique<ScriptedLayer>();
   VORNUtilsVerbosity = 0;
+}
+
+std::string CallsTake() {
+  std::string text;
+  for (const std::string& call : std::exchange(script->calls, {}))
+    text += (text.empty() ? "" : "; ") + call;
+  return text;
 }
 
 int ScriptedLayer::CallsCount(const std::string& prefix) const {
@@ -178,11 +191,14 @@ int KelDGramInitialize(KELDGram* self) {
   if (script->dgramInitializeFails)
     return 0;
   *self = {new KELSocketRecord{script->descriptor}, Bind, SendTo, OptionSet, SocketGet, nullptr};
+  script->descriptor += script->descriptor >= 0 ? 1 : 0;
+  ++script->openSockets;
   return 1;
 }
 
 void KelDGramRelease(KELDGram* self) {
   script->calls.emplace_back("KelDGramRelease");
+  script->openSockets -= self->socketRecord != nullptr ? 1 : 0;
   delete self->socketRecord;
   self->socketRecord = nullptr;
 }

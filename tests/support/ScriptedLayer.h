@@ -18,9 +18,9 @@ struct ScriptedLayer {
   /// Everything that KelDebugPrint was given, formatted, one piece after the other.
   std::string printed;
 
-  /// Calls in order, for example "optionSet 10 ef010101 0a000001", "bind 0 7400", "sendTo 3".
-  /// Numbers are hexadecimal where they are codes or bytes, else decimal. Clock and mutex calls are
-  /// only counted, since threads make them.
+  /// Calls in order, for example "optionSet 10 ef010101 0a000001", "bind 0 7400", "sendTo 3 on 5".
+  /// Numbers are hexadecimal where they are codes or bytes, else decimal; a descriptor that is not
+  /// -1 is named behind "on". Clock and mutex calls are only counted, since threads make them.
   std::vector<std::string> calls;
 
   // The clock: what the next reading is, and what happens during it.
@@ -39,7 +39,8 @@ struct ScriptedLayer {
 
   bool dgramInitializeFails = false;
   bool dgramNewFails = false;
-  int descriptor = -1;                          ///< what a new socket record holds
+  int descriptor = -1;  ///< what a new socket record holds; if not -1, one more for each
+  int openSockets = 0;
   std::map<int, std::vector<int>> optionErrno;  ///< per option code, errno of each call; 0: success
   std::function<int(int port)> bindResult = [](int port) { return port != 0 ? port : 50000; };
   std::vector<int> sendResults;  ///< result of each send; 1 when exhausted
@@ -51,5 +52,7 @@ struct ScriptedLayer {
 /// The script in force. `ScriptReset` puts a fresh one in its place and the verbosity back to 0.
 ScriptedLayer& Script();
 void ScriptReset();
+/// The calls since the last look, "; " between them.
+std::string CallsTake();
 
 #endif

@@ -1,0 +1,74 @@
+#include "net/miscIPUtils.h"
+#include "support/Messages.h"
+
+#include <climits>
+#include <cstring>
+
+#include <netdb.h>
+#include <netinet/in.h>
+
+namespace {
+
+using Addresses = Scripted;
+
+TEST_F(Addresses, AreNamedByNumbersOrHostNames) {
+  const auto expect = [](const char* text, unsigned int address, const char* calls) {
+    const bool refused = address == 0 && *calls == 'g';
+    MessagesExpect({{1, refused ? "VornStringToAddress:: host nohost not found.\n" : ""}}, [&] {
+      System().gethostname = [](char* name, std::size_t) { return std::strcpy(name, "self"), 0; };
+      System().gethostbyname = [](const char* name) {
+        static char bytes[] = {10, 11, 12, 13}, *list[] = {bytes, nullptr};
+        static hostent host{nullptr, nullptr, AF_INET, 4, list};
+        return std::strcmp(name, "nohost") == 0 ? nullptr : &host;
+      };
+      EXPECT_EQ(VornStringToAddress(text), address) << text;
+      std::string called;
+      for (const std::string& call : System().calls)
+        called += call + ";";
+      EXPECT_EQ(called, calls);
+    });
+  };
+  expect("192.168.1.20", 0xC0A80114, "");
+  expect("1.2.3.4xyz", 0x01020304, "");
+  expect("1.2.3.300", 0x0102032C, "");
+  expect("256.0.0.1", 1, "");
+  expect("0.0.0.0", 0, "");
+  expect("1.2.3", 0x0A0B0C0D, "gethostbyname 1.2.3;");
+  expect("nohost", 0, "gethostbyname nohost;");
+  expect(nullptr, 0x0A0B0C0D, "gethostname 63;gethostbyname self;");
+  System().gethostname = [](char*, std::size_t) { return -1; };
+  System().gethostbyname = [](const char*) { return ADD_FAILURE(), nullptr; };
+  char name[8];
+  EXPECT_EQ(VornHostNameGet(name, 8), nullptr);
+  EXPECT_EQ(VornStringToAddress(nullptr), 0U);
+}
+
+TEST_F(Addresses, HaveTextsThatFitTheirBuffers) {
+  const auto expect = [](unsigned int address, int port, const char* dotted, const char* both) {
+    char text[VORN_ADDRESS_TEXT_SIZE], portText[VORN_ADDRESS_PORT_TEXT_SIZE];
+    EXPECT_STREQ(VornAddressToStringPrintable(address, text), dotted);
+    KELNetioAddr object;
+    KelNetioAddrInitialize(&object, address, port);
+    EXPECT_STREQ(KelNetioAddrToString(&object, portText), both);
+    EXPECT_EQ(KelNetioAddrToString(&object, nullptr), nullptr);
+    EXPECT_EQ(CallsTake(), "portGet; addressGet; portGet; addressGet");
+  };
+  expect(0x0A010203, 7400, "10.1.2.3", "10.1.2.3:7400");
+  expect(0, 0, "0.0.0.0", "0.0.0.0:0");
+  expect(UINT_MAX, INT_MIN, "255.255.255.255", "255.255.255.255:-2147483648");
+  EXPECT_EQ(VornAddressToString(1, nullptr), nullptr);
+  EXPECT_STREQ(VornAddressToStringPrintable(1, nullptr), "invalid IP address");
+  EXPECT_EQ(HostIPIsMulticastAddress(0xE0000000) + HostIPIsMulticastAddress(0xEFFFFFFF), 2);
+  EXPECT_EQ(HostIPIsMulticastAddress(0xDFFFFFFF) + HostIPIsMulticastAddress(0xF0000000), 0);
+}
+
+TEST_F(Addresses, WaitInWholeSeconds) {
+  const std::pair<KELNtpTime, int> rows[] = {
+      {{0, 2144}, 0},        {{0, 2145}, 1},         {{2, 0xE6666666}, 2},
+      {{3, 0xFFFFF796}, 3},  {{3, 0xFFFFF797}, 4},   {{0, UINT32_MAX}, 1},
+      {{-1, UINT32_MAX}, 0}, {{-2, 0x80000000}, -2}, {{INT32_MAX, UINT32_MAX}, INT32_MAX}};
+  for (const auto& [time, seconds] : rows)
+    EXPECT_EQ(NETOSSelectTimeout(time), seconds) << time.sec << ' ' << time.frac;
+}
+
+}  // namespace

@@ -1,0 +1,54 @@
+#ifndef SUPPORT_MESSAGES_H
+#define SUPPORT_MESSAGES_H
+
+#include "support/ScriptedLayer.h"
+#include "support/ScriptedSystem.h"
+#include "utils/VORNUtilsDiag.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+/// Fresh scripts before and after each test: `using Suite = Scripted;`.
+struct Scripted : testing::Test {
+  Scripted() { Reset(); }
+  ~Scripted() override { Reset(); }
+  static void Reset() {
+    ScriptReset();
+    SystemReset();
+  }
+};
+
+/// Gives sockets descriptors from `first` on, and notes closed ones with the lower layer's calls.
+inline void DescriptorsScript(int first) {
+  Script().descriptor = first;
+  System().close = [](int descriptor) {
+    return Script().calls.push_back("close " + std::to_string(descriptor)), 0;
+  };
+}
+
+/// A text and the lowest verbosity at which it is printed.
+struct Message {
+  int level;
+  std::string text;
+};
+
+/// Runs `situation`, each time with fresh scripts, at every verbosity from -1 to 3 and holds what
+/// it prints to the letter against those of `messages` that belong to the level.
+inline void MessagesExpect(const std::vector<Message>& messages,
+                           const std::function<void()>& situation) {
+  for (int level = -1; level <= 3; ++level) {
+    Scripted::Reset();
+    VornUtilsVerbositySet(level);
+    situation();
+    std::string expected;
+    for (const Message& message : messages)
+      expected += level >= message.level ? message.text : "";
+    EXPECT_EQ(Script().printed, expected) << "at verbosity " << level;
+  }
+  Scripted::Reset();
+}
+
+#endif
