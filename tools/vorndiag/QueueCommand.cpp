@@ -62,7 +62,7 @@ void SegmentPrint(const SegmentState& segment) {
               ProcessText(kernel.shm_cpid, kernel.shm_ctime).c_str(),
               static_cast<unsigned long>(kernel.shm_nattch), TimeText(kernel.shm_atime).c_str());
   std::printf("  length     %" PRIu32 ": %s\n", segment.length,
-              segment.problem != nullptr ? segment.problem : "fits the segment");
+              segment.capacity == 0 ? segment.problem : "fits the segment");
   if (segment.capacity > 0)
     RingPrint(segment);
 }

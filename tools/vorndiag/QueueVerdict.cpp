@@ -7,6 +7,7 @@
 
 namespace {
 
+const std::string GIVE = " --give-mutex";
 constexpr int WATCH_LOOKS = 10;
 constexpr long WATCH_PAUSE_NANOSECONDS = 100000000;
 
@@ -23,6 +24,17 @@ bool ReceiverSleepsBesideMessages(const QueueState& state) {
   return state.segment.messages > 0 && state.semaphore.waiting > 0 && state.semaphore.value == 0;
 }
 
+// Whether messages are taken, as seen within a second.
+bool ReceiverMoves(int id, const SegmentState& before) {
+  for (int i = 0; i < WATCH_LOOKS; ++i) {
+    WatchPause();
+    const SegmentState now = QueueLook(id).segment;
+    if (now.readOffset != before.readOffset || now.id != before.id)
+      return true;
+  }
+  return false;
+}
+
 /// Collects the lines about one queue.
 class Judge {
 public:
@@ -32,12 +44,14 @@ public:
 private:
   void Trouble(const std::string& line);
   void Note(const std::string& line) { _verdict.lines.push_back(line); }
-  std::string Advice(const char* option) const { return "`vorndiag queue " + _id + option + "`"; }
+  std::string Advice(const std::string& option) const {
+    return "`vorndiag queue " + _id + option + "`";
+  }
   void LeftOversJudge();
   void SegmentJudge();
   void MutexJudge();
   void ReceiverJudge();
-  void SpaceJudge();
+  void ProgressJudge();
 
   std::string _id;
   const QueueState& _state;
@@ -77,7 +91,7 @@ void Judge::SegmentJudge() {
 void Judge::MutexJudge() {
   const SetState& mutex = _state.mutex;
   const std::string who = ProcessText(mutex.pid, mutex.taken);
-  const std::string give = Advice(" --give-mutex");
+  const std::string give = Advice(GIVE);
   if (!mutex.Exists())
     Trouble("the mutex is missing: the next sender that opens the queue makes one");
   switch (MutexWatch(mutex)) {
@@ -91,11 +105,12 @@ void Judge::MutexJudge() {
                    ": let it go on (kill -CONT), or end it and give the mutex back with " + give);
   case MutexHold::HELD:
     return Trouble("the mutex has been held for a second by " + who +
-                   ", which lives: find out what it does; if it is not sending, " + give +
-                   " --force");
+                   ", which lives: find out what it does; if it is not sending, " +
+                   Advice(GIVE + " --force"));
   case MutexHold::UNSEEN:
     return Trouble("the mutex has been held for a second by " + who +
-                   ": look from its process namespace; if it is gone, " + give + " --force");
+                   ": look from its process namespace; if it is gone, " +
+                   Advice(GIVE + " --force"));
   }
 }
 
@@ -112,25 +127,25 @@ void Judge::ReceiverJudge() {
   if (ReceiverSleepsBesideMessages(QueueLook(std::stoi(_id))))
     Trouble("the receiver sleeps beside messages: a sender died before it could wake it; the next "
             "message does, or " +
-            Advice(" --give-mutex"));
+            Advice(GIVE));
 }
 
-void Judge::SpaceJudge() {
+void Judge::ProgressJudge() {
   constexpr int LENGTH_SIZE = 4;
   const SegmentState& segment = _state.segment;
-  const SetState& semaphore = _state.semaphore;
-  if (segment.messages == 0)
+  if (segment.messages == 0 || segment.walk != Walk::WHOLE)
     return;
   const bool isFull = segment.capacity - 1 - segment.used < segment.longest + LENGTH_SIZE;
-  const bool receiverKnown = semaphore.Exists() && semaphore.WasTaken();
-  const std::string receiver = receiverKnown ? "; the last receiver that waited was " +
-                                                   ProcessText(semaphore.pid, semaphore.taken)
-                                             : "";
-  if (isFull)
-    Trouble("the queue is full: the receiver is too slow, stopped or gone" + receiver);
-  else if (semaphore.waiting == 0 && receiverKnown &&
-           ProcessStateGet(semaphore.pid, semaphore.taken) == ProcessState::GONE)
-    Trouble("messages wait and nobody takes them" + receiver);
+  if (ReceiverMoves(std::stoi(_id), segment)) {
+    if (isFull)
+      Note("the queue was full for a moment: the receiver is slower than its senders");
+    return;
+  }
+  Trouble((isFull ? std::string("the queue is full")
+                  : std::to_string(segment.messages) + " messages wait and none was taken in a "
+                                                       "second") +
+          ": the receiver is too slow, stopped or gone; the queue was made by " +
+          ProcessText(segment.kernel.shm_cpid, segment.kernel.shm_ctime));
 }
 
 Verdict Judge::Get() {
@@ -141,7 +156,7 @@ Verdict Judge::Get() {
   SegmentJudge();
   MutexJudge();
   ReceiverJudge();
-  SpaceJudge();
+  ProgressJudge();
   if (_verdict.lines.empty())
     Note(_state.semaphore.waiting > 0 ? "nothing wrong: the receiver waits for messages"
                                       : "nothing wrong, and no receiver waits just now");
