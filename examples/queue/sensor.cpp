@@ -59,8 +59,9 @@ void LoggerLink::StateSet(Link state) {
   if (state == Link::FULL)
     std::printf("sensor %d: queue %d is full, readings are lost\n", _options.sensor, id);
   else if (state == Link::NO_LOGGER)
-    std::printf("sensor %d: no logger on queue %d, readings are lost until one comes\n",
-                _options.sensor, id);
+    std::printf(
+        "sensor %d: no logger on queue %d (for this user), readings are lost until one comes\n",
+        _options.sensor, id);
   else if (_lost > _lostBefore)
     std::printf("sensor %d: queue %d takes readings again, %ld were lost\n", _options.sensor, id,
                 _lost - _lostBefore);

@@ -73,17 +73,23 @@ private:
   HTClass _table;
 };
 
-// A mask is 8 hexadecimal digits: "/24" is 0x24, which hardly anybody means.
-bool MaskIsPlain(const std::string& entry) {
+// What is wrong with the form of an entry, or an empty text. "/24" is the mask 0x24, which hardly
+// anybody means; what follows an address is ignored, but makes a name another one.
+const char* FormComplaint(const std::string& entry) {
   const std::size_t slash = entry.find('/');
-  return slash == std::string::npos ||
-         (entry.size() - slash == 9 &&
-          entry.find_first_not_of("0123456789abcdefABCDEF", slash + 1) == std::string::npos);
+  if (slash != std::string::npos &&
+      (entry.size() - slash != 9 ||
+       entry.find_first_not_of("0123456789abcdefABCDEF", slash + 1) != std::string::npos))
+    return "  WRONG: a mask is 8 hexadecimal digits";
+  for (const char byte : entry.substr(0, slash))
+    if (std::isalnum(static_cast<unsigned char>(byte)) == 0 && std::strchr(".-_", byte) == nullptr)
+      return "  WRONG: holds a byte that is in no host's name";
+  return "";
 }
 
 bool List::EntryAdd(std::string entry) {
   const std::string shown = Visible(entry);
-  const bool maskIsPlain = MaskIsPlain(entry);
+  const char* complaint = FormComplaint(entry);
   const unsigned int mask = VornHostMaskGet(entry.data());
   entry.resize(std::strlen(entry.c_str()));
   const unsigned int address = VornStringToAddress(entry.c_str());
@@ -95,8 +101,7 @@ bool List::EntryAdd(std::string entry) {
   char dotted[VORN_ADDRESS_TEXT_SIZE];
   VornAddressToString(hostMask->address, dotted);
   std::printf("  %-28s %s %s mask %08x%s\n", shown.c_str(),
-              mask == 0xFFFFFFFF ? "host  " : "subnet", dotted, mask,
-              maskIsPlain ? "" : "  WRONG: a mask is 8 hexadecimal digits");
+              mask == 0xFFFFFFFF ? "host  " : "subnet", dotted, mask, complaint);
   char text[VORN_ADDRESS_PORT_TEXT_SIZE];
   std::snprintf(text, sizeof text, "%08x/%08x", hostMask->address, mask);
   HTKeyClass key;
@@ -104,7 +109,7 @@ bool List::EntryAdd(std::string entry) {
   // A refusal means that the entry is there twice.
   if (_table.InsertNode(&key, hostMask.get(), sizeof text, &_delete, HTNodeClass::LOCK) != 0)
     static_cast<void>(hostMask.release());
-  return maskIsPlain;
+  return *complaint == '\0';
 }
 
 int List::EntriesAdd(const std::string& text) {
@@ -126,13 +131,19 @@ bool List::Admits(const std::string& host) {
   return admitted;
 }
 
+// In this process only: the interface table is each process's own.
 void List::InterfacesPrint() {
+  const std::vector<VORNNICProperties> before(VORN_NIC, VORN_NIC + VORN_NIC_COUNT);
   VornSubnetMatch(&_table, nullptr, 0, nullptr);
-  for (int i = 0; i < VORN_NIC_COUNT; ++i) {
+  for (std::size_t i = 0; i < before.size(); ++i) {
     char address[VORN_ADDRESS_TEXT_SIZE];
-    std::printf("interface %s: %s\n", VornAddressToStringPrintable(VORN_NIC[i].address, address),
-                (VORN_NIC[i].flags & NIC_UP) != 0 ? "stays in use"
-                                                  : "down, or taken out of use by the list");
+    const char* fate = "stays in use";
+    if ((before[i].flags & NIC_UP) == 0)
+      fate = "is down";
+    else if ((VORN_NIC[i].flags & NIC_UP) == 0)
+      fate = "is outside the list's subnets: pruning takes it out of use";
+    std::printf("interface %s: %s\n", VornAddressToStringPrintable(before[i].address, address),
+                fate);
   }
 }
 

@@ -14,9 +14,9 @@ namespace {
 
 bool Report(bool done, const char* what, int id) {
   if (done)
-    std::printf("%s (id %d)\n", what, id);
+    std::printf("%s (id %d): done\n", what, id);
   else
-    std::printf("NOT %s (id %d): %s\n", what, id, std::strerror(errno));
+    std::printf("%s (id %d) FAILED: %s\n", what, id, std::strerror(errno));
   return done;
 }
 
@@ -36,13 +36,14 @@ ExitCode MutexGiveBack(const QueueState& state, bool force) {
                 ProcessText(mutex.pid, mutex.taken).c_str());
     return EXIT_TROUBLE;
   }
-  if (isTaken && !Report(NamedMutexGive(mutex.id) != 0, "mutex given back", mutex.id))
+  if (isTaken && !Report(NamedMutexGive(mutex.id) != 0, "giving back the mutex", mutex.id))
     return EXIT_TROUBLE;
   if (!isTaken)
     std::printf("mutex is not stuck, nothing given\n");
   // Harmless when the receiver has been woken: it looks at the queue and waits again.
   if (state.semaphore.Exists() && state.semaphore.value == 0 && state.segment.messages > 0)
-    return Report(NamedSemaphoreGive(state.semaphore.id) != 0, "receiver woken", state.semaphore.id)
+    return Report(NamedSemaphoreGive(state.semaphore.id) != 0, "waking the receiver",
+                  state.semaphore.id)
                ? EXIT_FINE
                : EXIT_TROUBLE;
   return EXIT_FINE;
@@ -53,14 +54,14 @@ ExitCode MutexGiveBack(const QueueState& state, bool force) {
 ExitCode QueueRemove(const QueueState& state) {
   bool done = true;
   if (state.mutex.Exists())
-    done &= Report(NamedMutexDelete(state.mutex.id) != 0, "mutex removed", state.mutex.id);
+    done &= Report(NamedMutexDelete(state.mutex.id) != 0, "removing the mutex", state.mutex.id);
   if (state.semaphore.Exists())
-    done &= Report(NamedSemaphoreDelete(state.semaphore.id) != 0, "semaphore removed",
+    done &= Report(NamedSemaphoreDelete(state.semaphore.id) != 0, "removing the semaphore",
                    state.semaphore.id);
   if (state.segment.Exists())
-    done &= Report(shmctl(state.segment.id, IPC_RMID, nullptr) >= 0, "segment removed",
+    done &= Report(shmctl(state.segment.id, IPC_RMID, nullptr) >= 0, "removing the segment",
                    state.segment.id);
-  if (state.segment.kernel.shm_nattch > 0)
+  if (done && state.segment.kernel.shm_nattch > 0)
     std::printf("%lu attached: they find the queue gone when they next send or wait\n",
                 static_cast<unsigned long>(state.segment.kernel.shm_nattch));
   return done ? EXIT_FINE : EXIT_TROUBLE;
