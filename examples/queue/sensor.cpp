@@ -118,7 +118,8 @@ public:
 
 private:
   static VORNNtpTime PeriodOf(const Options& options) {
-    return VORNNtpTime(options.period / 1000, options.period % 1000 * 1000000UL);
+    return VORNNtpTime(options.period / 1000,
+                       static_cast<unsigned long>(options.period % 1000) * 1000000);
   }
 
   Reading _reading{};

@@ -37,11 +37,15 @@ struct View {
   const char* Ring() const { return base + SHM_LENGTH_WORD_SIZE + HEADER_SIZE; }
 };
 
+// Byte by byte, as it may be split. With acquire order, so that the read offset loaded after the
+// walk is no older than what the walk saw.
 std::int32_t LengthRead(const View& view, int position, int capacity) {
   char bytes[LENGTH_SIZE];
-  const int tail = std::min(capacity - position, LENGTH_SIZE);
-  std::memcpy(bytes, view.Ring() + position, static_cast<std::size_t>(tail));
-  std::memcpy(bytes + tail, view.Ring(), static_cast<std::size_t>(LENGTH_SIZE - tail));
+  for (char& byte : bytes) {
+    auto* shared = const_cast<char*>(view.Ring() + position);
+    byte = std::atomic_ref<char>(*shared).load(std::memory_order_acquire);
+    position = position + 1 < capacity ? position + 1 : 0;
+  }
   std::int32_t length = 0;
   std::memcpy(&length, bytes, sizeof length);
   return length;
@@ -89,7 +93,6 @@ void MessagesWalk(const View& view, SegmentState* state) {
     if (state->used < 0)
       state->used += state->capacity;
     MessagesCount(view, state);
-    std::atomic_thread_fence(std::memory_order_acquire);
     if (view.ReadOffset() == state->readOffset)
       return;
   }
