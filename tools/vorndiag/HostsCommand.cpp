@@ -63,6 +63,7 @@ class List {
 public:
   /// Adds and prints the entries of `text`. Returns how many are not as they should be.
   int EntriesAdd(const std::string& text);
+  bool IsEmpty() const { return _count == 0; }
   bool Admits(const std::string& host);
   void InterfacesPrint();
 
@@ -71,6 +72,7 @@ private:
 
   MaskDelete _delete;
   HTClass _table;
+  int _count = 0;
 };
 
 // What is wrong with the form of an entry, or an empty text. "/24" is the mask 0x24, which hardly
@@ -106,6 +108,7 @@ bool List::EntryAdd(std::string entry) {
   std::snprintf(text, sizeof text, "%08x/%08x", hostMask->address, mask);
   HTKeyClass key;
   key.Set(text);
+  ++_count;
   // A refusal means that the entry is there twice.
   if (_table.InsertNode(&key, hostMask.get(), sizeof text, &_delete, HTNodeClass::LOCK) != 0)
     static_cast<void>(hostMask.release());
@@ -158,6 +161,8 @@ ExitCode HostsCommand(const std::string& type, const std::vector<std::string>& a
     return EXIT_NOTHING;
   List list;
   bool isTrouble = list.EntriesAdd(*text) > 0;
+  if (list.IsEmpty())
+    std::printf("no usable entry: an empty list admits everybody\n");
   VORNDGramClass::NICInitialize();  // an entry for 127.0.0.1 admits this host's addresses
   for (const std::string& address : addresses)
     isTrouble |= !list.Admits(address);
