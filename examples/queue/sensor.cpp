@@ -1,0 +1,205 @@
+// Takes a reading every period and sends it to the logger, whether that runs, is too slow, goes
+// away or comes back.
+
+#include "Reading.h"
+#include "StopSignal.h"
+#include "ipc/ShmMsgQManager.h"
+#include "time/VORNClock.h"
+#include "time/VORNEventManager.h"
+#include "utils/VORNRandomGenerator.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <ctime>
+#include <exception>
+
+#include <unistd.h>
+
+namespace {
+
+struct Options {
+  int queue = DEFAULT_QUEUE_ID;
+  int sensor = 0;
+  int period = 1000;
+  long count = 0;
+};
+
+enum class Link { NEW, UP, FULL, NO_LOGGER };
+
+/// The way to the logger. A queue that is removed and made again has the same id, so a failed send
+/// always looks for it anew.
+class LoggerLink {
+public:
+  explicit LoggerLink(const Options& options) : _options(options) {}
+  ~LoggerLink() { ShmMsgQManager::Release(_queue, 0); }
+  LoggerLink(const LoggerLink&) = delete;
+  LoggerLink& operator=(const LoggerLink&) = delete;
+
+  void Send(const char* bytes, int length);
+  void Look();
+  long SentGet() const { return _sent; }
+  long LostGet() const { return _lost; }
+
+private:
+  void StateSet(Link state);
+
+  const Options& _options;
+  ShmMsgQ* _queue = nullptr;
+  Link _state = Link::NEW;
+  long _sent = 0;
+  long _lost = 0;
+  long _lostBefore = 0;  // when the present state began
+};
+
+void LoggerLink::StateSet(Link state) {
+  if (state == _state)
+    return;
+  const int id = _options.queue;
+  if (state == Link::FULL)
+    std::printf("sensor %d: queue %d is full, readings are lost\n", _options.sensor, id);
+  else if (state == Link::NO_LOGGER)
+    std::printf(
+        "sensor %d: no logger on queue %d (for this user), readings are lost until one comes\n",
+        _options.sensor, id);
+  else if (_lost > _lostBefore)
+    std::printf("sensor %d: queue %d takes readings again, %ld were lost\n", _options.sensor, id,
+                _lost - _lostBefore);
+  else
+    std::printf("sensor %d: sending to queue %d\n", _options.sensor, id);
+  if (state == Link::UP)
+    _lostBefore = _lost;
+  _state = state;
+}
+
+void LoggerLink::Look() {
+  if (_queue != nullptr)
+    return;
+  _queue = ShmMsgQManager::Open(_options.queue);
+  if (_queue == nullptr)
+    StateSet(Link::NO_LOGGER);
+}
+
+void LoggerLink::Send(const char* bytes, int length) {
+  Look();
+  if (_queue != nullptr && _queue->Send(bytes, length) != 0) {
+    ++_sent;
+    StateSet(Link::UP);
+    return;
+  }
+  ++_lost;
+  ShmMsgQManager::Release(_queue, 0);
+  _queue = nullptr;
+  Look();
+  if (_queue != nullptr)
+    StateSet(Link::FULL);
+}
+
+/// The timed event that takes the readings.
+class ReadingEvent : public VORNEvent {
+public:
+  ReadingEvent(const VORNNtpTime& now, const Options& options, LoggerLink* logger)
+      : VORNEvent(now, PeriodOf(options), 0, EVENT_ENABLED), _logger(logger) {
+    _reading.sensor = options.sensor;
+    _reading.value = 20000;
+  }
+
+  int Fired(const VORNNtpTime& now) override {
+    if (VORNEvent::Fired(now) == 0)
+      return 0;
+    _reading.time = now;
+    _reading.number.Add(1);
+    _reading.value += VornRandomNumberGenerate(-50, 50);
+    char bytes[READING_SIZE];
+    if (ReadingPack(_reading, bytes))
+      _logger->Send(bytes, sizeof bytes);
+    return 1;
+  }
+
+private:
+  static VORNNtpTime PeriodOf(const Options& options) {
+    return VORNNtpTime(options.period / 1000,
+                       static_cast<unsigned long>(options.period % 1000) * 1000000);
+  }
+
+  Reading _reading{};
+  LoggerLink* _logger;
+};
+
+VORNNtpTime NowGet(VORNClock* clock) {
+  KELNtpTime now;
+  clock->TimeGet(&now);
+  return VORNNtpTime::FromWords(now.sec, now.frac);
+}
+
+// Ends early at a signal; the loop looks at the clock anyway.
+void Sleep(const VORNNtpTime& time) {
+  timespec rest{};
+  rest.tv_sec = time.sec;
+  rest.tv_nsec = static_cast<long>((std::uint64_t{time.frac} * 1000000000U) >> 32);
+  nanosleep(&rest, nullptr);
+}
+
+// Returns the exit code.
+int ReadingsSend(const Options& options) {
+  VORNClock clock;
+  LoggerLink logger(options);
+  VORNEventManager events(1, 1, 0);  // one event, which is ours; sleeps of one second at most
+  if (clock.IsValid() == 0 || events.IsValid() == 0) {
+    std::fprintf(stderr, "sensor: no memory\n");
+    return 1;
+  }
+  ReadingEvent reading(NowGet(&clock), options, &logger);
+  events.EventAdd(&reading);
+  logger.Look();
+  while (!StopRequested() &&
+         (options.count == 0 || logger.SentGet() + logger.LostGet() < options.count)) {
+    Sleep(events.SleepTimeMinGet(NowGet(&clock)));
+    reading.Fired(NowGet(&clock));
+  }
+  std::printf("sensor %d: %ld readings sent, %ld lost\n", options.sensor, logger.SentGet(),
+              logger.LostGet());
+  return logger.LostGet() == 0 ? 0 : 3;
+}
+
+int ProgramRun(int argumentCount, char** arguments) {
+  Options options;
+  options.sensor = getpid();
+  CLI::App app("Sends a reading every period through a message queue. Several may run at once.");
+  app.add_option("--queue", options.queue, "queue id, the same as the logger's")
+      ->capture_default_str();
+  app.add_option("--sensor", options.sensor, "number of this sensor (default: its process id)");
+  app.add_option("--period", options.period, "milliseconds between readings")
+      ->check(CLI::Range(1, 1000000))
+      ->capture_default_str();
+  app.add_option("--count", options.count, "readings after which to end; 0: at Ctrl-C")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  app.footer("Exit codes: 0 all sent, 1 cannot run, 2 wrong option, 3 readings were lost.");
+  try {
+    app.parse(argumentCount, arguments);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  }
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  VornRandomNumberSeed(static_cast<unsigned int>(options.sensor));
+  StopSignalsCatch();
+  if (ShmMsgQManager::Initialize() == 0) {
+    std::fprintf(stderr, "sensor: no memory\n");
+    return 1;
+  }
+  const int exitCode = ReadingsSend(options);
+  ShmMsgQManager::Destroy();
+  return exitCode;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  try {
+    return ProgramRun(argumentCount, arguments);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "sensor: %s\n", error.what());
+    return 1;
+  }
+}
