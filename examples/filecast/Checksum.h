@@ -11,7 +11,7 @@
 inline std::uint64_t Checksum(std::uint64_t before, const char* bytes, std::size_t length) {
   static constexpr std::array<std::uint64_t, 256> TABLE = [] {
     std::array<std::uint64_t, 256> table{};
-    for (std::uint64_t i = 0; i < 256; ++i) {
+    for (std::size_t i = 0; i < 256; ++i) {
       std::uint64_t value = i;
       for (int bit = 0; bit < 8; ++bit)
         value = (value >> 1) ^ ((value & 1) != 0 ? 0xC96C5795D7870F42 : 0);
@@ -21,7 +21,8 @@ inline std::uint64_t Checksum(std::uint64_t before, const char* bytes, std::size
   }();
   std::uint64_t value = ~before;
   for (std::size_t i = 0; i < length; ++i)
-    value = (value >> 8) ^ TABLE[(value ^ static_cast<unsigned char>(bytes[i])) & 0xFF];
+    value = (value >> 8) ^
+            TABLE[static_cast<std::size_t>((value ^ static_cast<unsigned char>(bytes[i])) & 0xFF)];
   return ~value;
 }
 

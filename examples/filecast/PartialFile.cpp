@@ -14,7 +14,7 @@ namespace {
 
 // Twice a window: what waits to be written, at most WRITE_SAMPLES - 1 samples, and the window
 // behind it never meet.
-constexpr std::int64_t RING_SAMPLES = 2 * Bitmap::CAPACITY;
+constexpr std::int64_t RING_SAMPLES = std::int64_t{2} * Bitmap::CAPACITY;
 constexpr std::int64_t WRITE_SAMPLES = 128;
 
 std::size_t RingPlace(std::int64_t number) {
