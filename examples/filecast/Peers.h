@@ -1,0 +1,39 @@
+#ifndef FILECAST_PEERS_H
+#define FILECAST_PEERS_H
+
+#include "platform/HTClass.h"
+
+#include <string>
+
+/// The hosts that this one deals with, from the list VORN_PEER_HOSTS: a file of that name in the
+/// working directory or, without one, the environment variable.
+class Peers {
+public:
+  /// Without a list everybody is admitted.
+  Peers() = default;
+
+  /// Reads the list and tells the user about each entry that cannot be used; the others are used.
+  /// Throws a `Failure` when there is no list or none of its entries can be used: the library takes
+  /// an empty list as one that admits everybody.
+  void ListRead();
+
+  /// Takes the interfaces outside the listed subnets out of use. Call it when the interface table
+  /// is made and before the first endpoint is.
+  void InterfacesChoose();
+
+  bool Admits(unsigned int address);
+
+private:
+  bool EntryAdd(std::string entry);
+
+  class MaskRemove : public HTRemoveFunc {
+  public:
+    void Remove(const HTKeyClass* key, void* data) override;
+  };
+
+  bool _hasList = false;
+  MaskRemove _remove;  // the table uses it while it is destroyed, so it comes first
+  HTClass _table;
+};
+
+#endif

@@ -1,0 +1,251 @@
+#include "Sender.h"
+
+#include "Duration.h"
+#include "Signals.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <random>
+
+namespace {
+
+constexpr double PACE_PERIOD = 0.001;
+constexpr double HEARTBEAT_PERIOD = 0.02;
+constexpr double WATCH_PERIOD = 0.1;
+constexpr int SAMPLES_PER_HEARTBEAT = 32;  // well below a window, so that answers overlap sending
+constexpr double LARGEST_BURST = 64;       // samples; a receive buffer takes a few of these
+constexpr int END_COUNT = 5;
+
+std::uint32_t SessionDraw() {
+  std::random_device random;
+  return std::max(std::uint32_t{1}, static_cast<std::uint32_t>(random()));
+}
+
+AddressPort PlaceOf(const SenderLogic::Receiver& receiver) {
+  return {receiver.address, receiver.port};
+}
+
+}  // namespace
+
+Sender::Sender(const Options& options, Peers* peers)
+    : _options(options), _progress("sent"), _reader(options.path, options.name),
+      _logic(_reader.FileGet(), SessionDraw()), _endpoints(options),
+      _loss(options.drop, options.seed), _noLoss(0, 0),
+      _inbox(&_endpoints.AnswersGet(), peers, &_noLoss,
+             [this](VORNCDRStream* stream, const Header& header, const AddressPort& source) {
+               return WindowTake(stream, header, source);
+             }),
+      _buffer() {
+  _isServed.reserve(SenderLogic::RECEIVER_CAPACITY);
+  _pace = &_loop.EventAdd(PACE_PERIOD, [this](const VORNNtpTime& now) { PaceTake(now); });
+  _pace->Disable();
+  _heartbeat =
+      &_loop.EventAdd(HEARTBEAT_PERIOD, [this](const VORNNtpTime& now) { HeartbeatTake(now); });
+  _loop.EventAdd(WATCH_PERIOD, [this](const VORNNtpTime& now) { WatchTake(now); });
+}
+
+ExitCode Sender::Run() {
+  const FileDescription& file = _logic.FileGet();
+  _progress.Say("sending " + file.name + ", " + MegabytesText(file.size) + ", to " +
+                (_options.to.empty() ? AddressPortText(_options.group)
+                                     : std::to_string(_options.to.size()) + " addresses"));
+  _begin = _sentWell = _loop.NowGet();
+  HeartbeatSend(_begin);
+  _loop.Run(
+      _endpoints.AnswersGet(),
+      [this](const VORNNtpTime& now) {
+        _now = now;
+        _inbox.Take();
+        ReceiversCheck();
+        PhaseCheck(now);
+      },
+      [this] { return _phase == Phase::DONE; });
+  if (!IsInterrupted())
+    return ResultSay();
+  for (int i = 0; i < END_COUNT; ++i)
+    EndSend(_loop.NowGet(), false);
+  _progress.Clear();
+  throw Failure(ExitCode::INTERRUPTED, "interrupted; receivers were told");
+}
+
+// Sends what the time since the last call allows. Time that could not be used is lost, so that a
+// stall is not followed by a flood.
+void Sender::PaceTake(const VORNNtpTime& now) {
+  const double samplesPerSecond = _options.rate * 1e6 / SAMPLE_CAPACITY;
+  _credit = std::min(_credit + SecondsOf(now - _paceBefore) * samplesPerSecond, LARGEST_BURST);
+  _paceBefore = now;
+  for (; _credit >= 1; _credit -= 1) {
+    if (!SampleSend(now)) {
+      // All are waiting now, so the receivers are asked at once what they miss.
+      if (_sinceHeartbeat > 0)
+        HeartbeatSend(now);
+      return;
+    }
+    if (_sinceHeartbeat >= SAMPLES_PER_HEARTBEAT)
+      HeartbeatSend(now);
+  }
+}
+
+bool Sender::SampleSend(const VORNNtpTime& now) {
+  const std::optional<std::int64_t> number = _logic.SampleNext();
+  if (!number)
+    return false;
+  VORNCDRStream stream;
+  VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
+  SampleWrite(&stream, HeaderMake(Kind::SAMPLE, *number, now), _reader.SampleGet(*number),
+              _logic.FileGet().SampleLength(*number));
+  DatagramSend(&stream, now);
+  ++_sampleCount;
+  ++_sinceHeartbeat;
+  return true;
+}
+
+void Sender::HeartbeatTake(const VORNNtpTime& now) {
+  if (_phase == Phase::ENDING) {
+    EndSend(now, true);
+    if (++_endsSent == END_COUNT)
+      _phase = Phase::DONE;
+    return;
+  }
+  HeartbeatSend(now);
+}
+
+void Sender::HeartbeatSend(const VORNNtpTime& now) {
+  VORNCDRStream stream;
+  VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
+  HeartbeatWrite(&stream, HeaderMake(Kind::HEARTBEAT, _logic.HighestGet(), now),
+                 _logic.HeartbeatNext(_endpoints.AnswerPortGet()));
+  DatagramSend(&stream, now);
+  _sinceHeartbeat = 0;
+  _heartbeat->Enable(now);
+}
+
+void Sender::EndSend(const VORNNtpTime& now, bool complete) {
+  VORNCDRStream stream;
+  VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
+  EndWrite(&stream, HeaderMake(Kind::END, _logic.HighestGet(), now), complete);
+  DatagramSend(&stream, now);
+}
+
+// A datagram that the system does not take is as good as lost, and repaired like one. Only when
+// nothing at all goes out is there no point in going on.
+void Sender::DatagramSend(VORNCDRStream* stream, const VORNNtpTime& now) {
+  if (_loss.LosesNext())
+    return;
+  if (_endpoints.Send(stream))
+    _sentWell = now;
+  else if (errno != EINTR && now - _sentWell > DurationOf(_options.patience))
+    throw Failure(ExitCode::NETWORK_FAILED, std::string("cannot send: ") + std::strerror(errno));
+}
+
+Header Sender::HeaderMake(Kind kind, std::int64_t number, const VORNNtpTime& now) const {
+  Header header;
+  header.session = _logic.SessionGet();
+  header.kind = kind;
+  header.time = now;
+  header.number = SequenceOf(number);
+  return header;
+}
+
+Inbox::Verdict Sender::WindowTake(VORNCDRStream* stream, const Header& header,
+                                  const AddressPort& source) {
+  if (header.kind != Kind::WINDOW || header.session != _logic.SessionGet())
+    return Inbox::Verdict::FOREIGN;
+  Window window;
+  if (!WindowRead(stream, header, &window, &_window) ||
+      !_logic.WindowTake(window, _window, source.address, source.port, _now))
+    return Inbox::Verdict::GARBLED;
+  // The time is our own, brought back, or anything at all.
+  if (header.time >= _begin && header.time <= _now)
+    _slowestAnswer = std::max(_slowestAnswer, _now - header.time);
+  return Inbox::Verdict::TAKEN;
+}
+
+void Sender::WatchTake(const VORNNtpTime& now) {
+  _logic.LostReceiversFind(now, DurationOf(_options.patience));
+  ReceiversCheck();
+  PhaseCheck(now);
+  if (_phase == Phase::SENDING)
+    _progress.Show(static_cast<std::uint64_t>(_logic.HighestGet()),
+                   static_cast<std::uint64_t>(_logic.FileGet().SampleCount()));
+}
+
+// Receivers that take part are declared recipients, those that do not any more are withdrawn.
+void Sender::ReceiversCheck() {
+  const std::vector<SenderLogic::Receiver>& receivers = _logic.ReceiversGet();
+  _isServed.resize(receivers.size(), false);
+  for (std::size_t i = 0; i < receivers.size(); ++i) {
+    const SenderLogic::Receiver& receiver = receivers[i];
+    const bool isServed = !receiver.lost && receiver.state == ReceiverState::RECEIVING;
+    if (isServed == _isServed[i])
+      continue;
+    _isServed[i] = isServed;
+    if (isServed)
+      _recipients.Declare(PlaceOf(receiver));
+    else
+      _recipients.Withdraw(PlaceOf(receiver));
+    _progress.Say("receiver " + AddressPortText(PlaceOf(receiver)) +
+                  (isServed                                    ? " joined"
+                   : receiver.state == ReceiverState::COMPLETE ? " has the file"
+                   : receiver.state == ReceiverState::FAILED   ? " failed"
+                                                               : " is lost: it fell silent") +
+                  ", " + std::to_string(_recipients.CountGet()) + " recipients");
+  }
+}
+
+void Sender::PhaseCheck(const VORNNtpTime& now) {
+  const int known = static_cast<int>(_logic.ReceiversGet().size());
+  if (_phase == Phase::GATHERING) {
+    const bool waitIsOver = now - _begin > DurationOf(_options.wait);
+    if (known == 0 && waitIsOver)
+      throw Failure(ExitCode::RECEIVERS_MISSING, "no receiver answered");
+    if (known < _options.receivers && !waitIsOver)
+      return;
+    _phase = Phase::SENDING;
+    _begin = _paceBefore = now;
+    _pace->Enable(now);
+  } else if (_phase == Phase::SENDING && _logic.IsFinished(1)) {
+    _phase = Phase::ENDING;
+    _pace->Disable();
+    EndSend(now, true);
+    _heartbeat->Enable(now);
+  }
+}
+
+ExitCode Sender::ResultSay() {
+  const int known = static_cast<int>(_logic.ReceiversGet().size());
+  const int complete = _logic.CountIn(ReceiverState::COMPLETE);
+  const double seconds = SecondsOf(_loop.NowGet() - _begin) - END_COUNT * HEARTBEAT_PERIOD;
+  const Inbox::Counts& counts = _inbox.CountsGet();
+  char text[400];
+  std::snprintf(text, sizeof text,
+                "%s; %llu samples, of them %llu repairs (%.1f %%); slowest answer %.1f ms",
+                ThroughputText(_logic.FileGet().size, seconds).c_str(),
+                static_cast<unsigned long long>(_sampleCount),
+                static_cast<unsigned long long>(_logic.RepairsGet()),
+                _sampleCount == 0 ? 0.0
+                                  : 100.0 * static_cast<double>(_logic.RepairsGet()) /
+                                        static_cast<double>(_sampleCount),
+                1000 * SecondsOf(_slowestAnswer));
+  _progress.Say(text);
+  std::snprintf(text, sizeof text,
+                "receivers: %d complete, %d failed, %d lost; windows: %llu taken, %llu refused, "
+                "%llu garbled, %llu foreign; dropped on purpose: %llu",
+                complete, _logic.CountIn(ReceiverState::FAILED), _logic.LostCount(),
+                static_cast<unsigned long long>(counts.taken),
+                static_cast<unsigned long long>(counts.refused),
+                static_cast<unsigned long long>(counts.garbled),
+                static_cast<unsigned long long>(counts.foreign),
+                static_cast<unsigned long long>(_loss.LostGet()));
+  _progress.Say(text);
+  if (known < _options.receivers)
+    throw Failure(ExitCode::RECEIVERS_MISSING, std::to_string(known) + " receivers answered, " +
+                                                   std::to_string(_options.receivers) +
+                                                   " were expected");
+  if (complete < known)
+    throw Failure(ExitCode::RECEIVERS_LOST,
+                  std::to_string(known - complete) + " receivers do not have the file");
+  return ExitCode::OK;
+}

@@ -1,0 +1,115 @@
+#!/usr/bin/env bash
+# Runs filecast as real processes between two network namespaces: filecast_test.sh FILECAST
+set -uo pipefail
+
+if [[ ${2:-} != inside ]]; then
+  for namespace in "unshare -n -m" "unshare -Urnm"; do
+    $namespace ip link add fc0 type veth peer name fc1 2>/dev/null &&
+      exec $namespace "$0" "$1" inside
+  done
+  echo "skipped: no network namespace with a veth pair may be made here"
+  exit 77
+fi
+
+filecast=$(realpath "$1")
+page=$(realpath "$(dirname "$0")/../../docs/filecast.md")
+failures=0
+folder=$(mktemp -d)
+unshare -n sleep 110 &
+holder=$!
+trap 'kill "$holder" $(jobs -p) 2>/dev/null; wait; umount "$folder/small" 2>/dev/null; rm -rf "$folder"' EXIT
+trap 'exit 1' INT TERM
+for ((i = 0; i < 200; i++)); do
+  [[ $(readlink "/proc/$holder/ns/net") == "$(readlink /proc/self/ns/net)" ]] || break
+  sleep 0.02
+done
+there=(nsenter -t "$holder" -n)
+ip link add fc0 type veth peer name fc1 && ip link set fc1 netns "$holder" || exit 1
+ip addr add 10.77.0.1/24 dev fc0 && ip link set fc0 up
+for host in 2 3 4 66; do "${there[@]}" ip addr add 10.77.0.$host/24 dev fc1; done
+"${there[@]}" ip link set fc1 up
+head -c 3000001 /dev/urandom >"$folder/data"
+cd "$folder" || exit 1
+
+check() { # WHAT COMMAND...: the command succeeds
+  local what=$1
+  shift
+  "$@" || {
+    echo "FAILED: $what"
+    failures=$((failures + 1))
+  }
+}
+code_is() { # WHAT CODE EXPECTED
+  check "$1: exit code $2, expected $3" test "$2" -eq "$3"
+}
+recv() { "${there[@]}" "$filecast" recv "$@" --wait 20 >>recv.log 2>&1; }
+send() { "$filecast" send "$@" >send.log 2>&1; }
+
+# Three receivers with losses; an old copy is replaced, and nothing else is left.
+mkdir r1 r2 r3 r4
+echo old >r1/data
+pids=()
+for r in 1 2 3; do
+  recv r$r --from 10.77.0.$((r + 1)) --drop 0.05 --seed $r &
+  pids+=($!)
+done
+recv r4 --from 10.77.0.66 --drop 0.3 &
+uninvited=$!
+echo "10.77.0.2 no-such-host.invalid 10.77.0.3 10.77.0.4/ffffffff" >VORN_PEER_HOSTS
+send data --peers --receivers 3 --drop 0.01
+code_is "three receivers" $? 0
+for pid in "${pids[@]}"; do wait "$pid"; code_is "receiver" $? 0; done
+for r in 1 2 3; do check "copy $r is the same" cmp data r$r/data; done
+check "one file in each folder" test "$(ls -A r1 r2 r3 | grep -c data)$(ls -A r1 r2 r3 | grep -c cast)" = 30
+wait "$uninvited"
+code_is "uninvited receiver" $? 16
+check "the uninvited has nothing" test -z "$(ls -A r4)"
+check "refusals are counted" grep -Eq ' [1-9][0-9]* refused' send.log
+check "the unusable entry is named" grep -q 'file VORN_PEER_HOSTS, entry 2.*"no-such-host.invalid"' send.log
+rm VORN_PEER_HOSTS
+VORN_PEER_HOSTS=no-such-host.invalid send data --peers
+code_is "list that names nobody" $? 8
+VORN_PEER_HOSTS=192.168.0.0/ffff0000 send data --peers
+code_is "no interface in the listed subnets" $? 5
+
+# What is wrong from the start.
+send missing; code_is "file missing" $? 3
+send data --rate x; code_is "wrong option" $? 2
+recv nowhere; code_is "folder missing" $? 4
+"${there[@]}" "$filecast" recv r4 --at 10.77.0.66:7500 >>recv.log 2>&1 &
+holds_port=$!
+check "the port is taken" "${there[@]}" bash -c 'for ((i = 0; i < 200; i++)); do
+  ss -Huln sport = 7500 | grep -q . && exit 0; sleep 0.02; done; exit 1'
+recv r4 --at 10.77.0.66:7500; code_is "port in use" $? 6
+kill "$holds_port"; wait "$holds_port"
+code_is "interrupted while it waits" $? 17
+send data --wait 0.3; code_is "nobody there" $? 9
+
+# One receiver has no room, one is killed, one is interrupted; the last one gets its file.
+mkdir small && mount -t tmpfs -o size=1m none small
+echo old >r2/data
+recv r1 & whole=$!
+recv small & full=$!
+"${there[@]}" "$filecast" recv r2 >>recv.log 2>&1 & interrupted=$!
+"${there[@]}" "$filecast" recv r3 >>recv.log 2>&1 & killed=$!
+send data --receivers 4 --rate 4 --patience 1.5 & sending=$!
+for ((i = 0; i < 500; i++)); do grep -q '25 %\|2[5-9] %\|[34]. %' send.log && break; sleep 0.02; done
+kill -KILL "$killed"
+kill -TERM "$interrupted"
+wait "$interrupted"; code_is "interrupted receiver" $? 17
+check "an interrupted receiver leaves the old file alone" test "$(ls -A r2)$(cat r2/data)" = dataold
+wait "$full"; code_is "disk full" $? 12
+check "nothing stays on a full disk" test -z "$(ls -A small)"
+wait "$whole"; code_is "the other receiver" $? 0
+wait "$sending"; code_is "sender with a lost receiver" $? 10
+check "the other copy is the same" cmp data r1/data
+check "a lost receiver is named" grep -q 'lost: it fell silent' send.log
+
+for name in $("$filecast" --help | sed -n 's/^ *[0-9]* \([A-Z_]*\) .*/\1/p'); do
+  check "$name is in docs/filecast.md" grep -q "\`$name\`" "$page"
+done
+if [[ $failures -gt 0 ]]; then
+  tail -n 50 recv.log send.log
+  exit 1
+fi
+echo "all as expected"
