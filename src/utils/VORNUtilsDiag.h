@@ -5,9 +5,10 @@
 
 struct VORNCDRStream;
 
-/// Process-wide diagnostics. All of these are plain words without a lock: each is read at the
-/// moment it is needed, on the thread that needs it, so set them before other threads use the
-/// library. A change that another thread makes meanwhile is seen at one of the following reads.
+/// Process-wide diagnostics, read without a lock at the moment they are needed, on the thread that
+/// needs them. Verbosity and listener are read atomically: a change by another thread is seen at
+/// one of the following reads. The texts are plain pointers: set them before other threads use the
+/// library.
 
 /// How much the library prints. Every diagnostic line has one of four tests: level >= 0 for
 /// failures and refusals, > 0 for configuration and recoverable trouble, > 1 for failures on shared
