@@ -85,9 +85,9 @@ const std::map<char, const char*> LINES = {
 
 struct Case {
   const char* failing;  // the first calls that begin with this fail
-  int times;
+  long times;
   int (*act)();
-  int result;
+  long result;
   const char* lines;  // pairs of the least level that prints a line and its letter; '-': any
   const char* left = "2/1";
 };
@@ -128,7 +128,7 @@ TEST_F(IpcFault, EachFailureHasItsResultItsLinesAndItsLeftovers) {
       SCOPED_TRACE(testing::Message() << "row " << &row - CASES << " at level " << level);
       HostPrepare(true);
       VornUtilsVerbositySet(level);
-      int times = row.times;
+      long times = row.times;
       Ipc().fails = [&](const std::string& call) {
         return call.rfind(row.failing, 0) == 0 && times-- > 0;
       };

@@ -3,10 +3,9 @@
 
 #include <algorithm>
 #include <fstream>
-#include <memory>
+#include <list>
 #include <optional>
 #include <random>
-#include <vector>
 
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -25,6 +24,8 @@ std::string MessageOf(int sender, int number, int most) {
   text[2] = static_cast<char>(number >> 7);
   return text;
 }
+
+unsigned char SenderOf(const std::string& text) { return static_cast<unsigned char>(text[0]); }
 
 int NumberOf(const std::string& text) { return text[1] + (text[2] << 7); }
 
@@ -52,23 +53,23 @@ TEST_F(QueueProcess, ManySendersOneReceiverNothingLostOrOutOfOrder) {
   for (int size : {7, 8, 16, 61, 4096, 1 << 20, 8 << 20}) {
     const int most = std::min(size - 4, 3000);
     Queue queue(1, 1, static_cast<unsigned int>(size));
-    std::vector<std::unique_ptr<Child>> senders;
+    std::list<Child> senders;
     for (int sender = 0; sender < SENDERS; ++sender)
-      senders.push_back(std::make_unique<Child>([=] {
+      senders.emplace_back([=] {
         Queue own(1, 1);
         for (int number = 0; number < MESSAGES; ++number)
           if (!SendAwait(own, MessageOf(sender, number, most)))
             return 1;
         return 0;
-      }));
+      });
     int next[SENDERS] = {};
     for (int i = 0; i < SENDERS * MESSAGES; ++i) {
       const std::string text = queue.Receive(3000);
-      ASSERT_LT(static_cast<unsigned char>(text[0]), SENDERS);
-      ASSERT_EQ(text, MessageOf(text[0], next[static_cast<int>(text[0])]++, most)) << size;
+      ASSERT_LT(SenderOf(text), SENDERS);
+      ASSERT_EQ(text, MessageOf(text[0], next[SenderOf(text)]++, most)) << size;
     }
-    for (const auto& sender : senders)
-      EXPECT_EQ(sender->Wait(), 0);
+    for (Child& sender : senders)
+      EXPECT_EQ(sender.Wait(), 0);
     EXPECT_EQ(queue.SpaceGet(), size);
     queue.Destroy();
   }
@@ -77,9 +78,9 @@ TEST_F(QueueProcess, ManySendersOneReceiverNothingLostOrOutOfOrder) {
 // Senders whose queue goes away and comes back, of another size, go on; what arrives is whole and
 // in order. A sender whose own queue object gave up, or fills a ring that nobody reads, opens anew.
 TEST_F(QueueProcess, SendersFollowAQueueThatIsDestroyedAndMadeAgain) {
-  std::vector<std::unique_ptr<Child>> senders;
+  std::list<Child> senders;
   for (int sender = 0; sender < 2; ++sender)
-    senders.push_back(std::make_unique<Child>([=] {
+    senders.emplace_back([=] {
       std::optional<Queue> own;
       for (int number = 0;; number = (number + 1) % 16000) {
         const std::string text = MessageOf(sender, number, 20);
@@ -87,21 +88,22 @@ TEST_F(QueueProcess, SendersFollowAQueueThatIsDestroyedAndMadeAgain) {
           own.emplace(1, 1);
       }
       return 0;
-    }));
+    });
   VornUtilsVerbositySet(-1);
   for (int round = 0; round < 40; ++round) {
     std::optional<Queue> queue;
     ASSERT_TRUE(Await([&] {
       queue.emplace(1, 1, static_cast<unsigned int>(100 + 50 * (round % 7)));
       return queue->IsValid() == 1;
-    }));
+    });
     int last[2] = {-1, -1};
     for (int i = 0; i < 50 || last[0] < 0 || last[1] < 0; ++i) {
       const std::string text = queue->Receive(100);
       const int number = NumberOf(text);
+      ASSERT_LT(SenderOf(text), 2);
       ASSERT_EQ(text, MessageOf(text[0], number, 20));
-      ASSERT_TRUE(number > last[static_cast<int>(text[0])] || number < 2000);
-      last[static_cast<int>(text[0])] = number;
+      ASSERT_TRUE(number > last[SenderOf(text)] || number < 2000);
+      last[SenderOf(text)] = number;
     }
     queue->Destroy();
   }

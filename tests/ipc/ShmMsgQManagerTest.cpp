@@ -4,10 +4,10 @@
 #include "platform/KelDebug.h"
 
 #include <atomic>
+#include <list>
 #include <map>
 #include <sstream>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -75,7 +75,7 @@ public:
     step.resize(64);
     if (write(_steps[1], step.data(), 64) != 64 || read(_results[0], step.data(), 64) != 64)
       return "peer gone";
-    return step.c_str();
+    return step.substr(0, step.find('\0'));
   }
 
 private:
@@ -116,7 +116,7 @@ TEST_F(ManagerQueues, ThreadsSendThroughTheManagerWhileOneReceives) {
   constexpr int MESSAGES = 500;
   ASSERT_EQ(ShmMsgQManager::Initialize(), 1);
   ShmMsgQ* queue = ShmMsgQManager::New(5, 200);
-  std::vector<std::thread> senders;
+  std::list<std::thread> senders;
   std::atomic<int> failed{0};
   for (int thread = 0; thread < THREADS; ++thread)
     senders.emplace_back([thread, &failed] {

@@ -87,9 +87,9 @@ int __wrap_shmget(key_t key, std::size_t size, int flags) {
 
 void* __wrap_shmat(int segment, const void* address, int flags) {
   const bool fails = Fails("shmat %d %d", segment, flags);
-  void* const failure = reinterpret_cast<void*>(std::intptr_t{-1});
-  void* const base = fails ? failure : __real_shmat(segment, address, flags);
-  script->attached += base != failure ? 1 : 0;
+  // A segment that cannot exist: only the kernel gives the pointer that means failure.
+  void* const base = __real_shmat(fails ? -1 : segment, address, flags);
+  script->attached += reinterpret_cast<std::intptr_t>(base) != -1 ? 1 : 0;
   return base;
 }
 

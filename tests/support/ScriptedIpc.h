@@ -12,7 +12,7 @@ struct ScriptedIpc {
   /// "semctl SETVAL 3 0 1", "semctl IPC_RMID 3 0", "shmget abbd0000 29 3664", "shmat 3 0",
   /// "shmdt", "shmctl IPC_RMID 3".
   std::vector<std::string> calls;
-  /// Asked before each call: true refuses it with ENOSPC.
+  /// Asked before each call: true refuses it.
   std::function<bool(const std::string& call)> fails;
   int attached = 0;  ///< segments that are attached
 };
