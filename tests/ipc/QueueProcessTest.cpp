@@ -95,7 +95,7 @@ TEST_F(QueueProcess, SendersFollowAQueueThatIsDestroyedAndMadeAgain) {
     ASSERT_TRUE(Await([&] {
       queue.emplace(1, 1, static_cast<unsigned int>(100 + 50 * (round % 7)));
       return queue->IsValid() == 1;
-    });
+    }));
     int last[2] = {-1, -1};
     for (int i = 0; i < 50 || last[0] < 0 || last[1] < 0; ++i) {
       const std::string text = queue->Receive(100);
