@@ -1,0 +1,110 @@
+#ifndef IPC_IPC_HOST_H
+#define IPC_IPC_HOST_H
+
+#include "ipc/VORNSemaphores.h"
+#include "ipc/VORNShmMsgQ.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+/// Each test has a host of its own: an IPC namespace, which goes with its last process.
+class IpcHost : public testing::Test {
+protected:
+  void SetUp() override {
+    alarm(120);  // a test that hangs ends
+    if (!HostFresh())
+      GTEST_SKIP() << "no private IPC namespace: " << std::strerror(errno);
+  }
+  static bool HostFresh() {
+    return unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
+  }
+};
+
+/// What the host has, as "sets/segments".
+inline std::string HostText() {
+  seminfo sets{};
+  shm_info segments{};
+  semctl(0, 0, SEM_INFO, &sets);
+  shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&segments));
+  return std::to_string(sets.semusz) + "/" + std::to_string(segments.used_ids);
+}
+
+inline int ValueGet(int set) { return semctl(set, 0, GETVAL, nullptr); }
+
+/// Another process, which ends with what `body` returns.
+class Child {
+public:
+  explicit Child(const std::function<int()>& body) : pid(fork()) {
+    if (pid == 0)
+      _exit(body());
+  }
+  ~Child() {
+    if (!_waited) {
+      kill(pid, SIGKILL);
+      Wait();
+    }
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  /// The exit code, or minus the signal.
+  int Wait() {
+    int status = 0;
+    _waited = true;
+    if (waitpid(pid, &status, 0) != pid)
+      return -1000;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+
+  const pid_t pid;
+
+private:
+  bool _waited = false;
+};
+
+/// Waits until something that another process does has come true; false after ten seconds.
+inline bool Await(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end)
+      return false;
+    sched_yield();
+  }
+  return true;
+}
+
+inline bool WaiterAwait(int set) {
+  return Await([set] { return semctl(set, 0, GETNCNT, nullptr) == 1; });
+}
+
+/// A queue whose insides can be seen.
+struct Queue : ShmMsgQImpl {
+  using ShmMsgQImpl::_capacity;
+  using ShmMsgQImpl::_header;
+  using ShmMsgQImpl::_mutexId;
+  using ShmMsgQImpl::_semaphoreId;
+  using ShmMsgQImpl::_shm;
+  using ShmMsgQImpl::SendInternal;
+  using ShmMsgQImpl::ShmMsgQImpl;
+
+  char* Ring() const { return reinterpret_cast<char*>(_header) + sizeof *_header; }
+  std::string RingText() const { return {Ring(), static_cast<std::size_t>(_capacity)}; }
+  std::string Receive(int length) {
+    std::string text(static_cast<std::size_t>(length), '?');
+    const int received = Recv(text.data(), length);
+    return received < 0 ? "failed" : text.substr(0, static_cast<std::size_t>(received));
+  }
+};
+
+#endif

@@ -1,0 +1,170 @@
+#include "ipc/IpcHost.h"
+
+#include <algorithm>
+#include <climits>
+#include <random>
+
+namespace {
+
+using QueueRing = IpcHost;
+
+std::string Frame(const std::string& payload) {
+  const auto length = static_cast<std::int32_t>(payload.size());
+  return std::string(reinterpret_cast<const char*>(&length), sizeof length) + payload;
+}
+
+// `frame` laid over `ring` from `position` on, going round at its end.
+std::string Overlaid(std::string ring, int position, const std::string& frame) {
+  for (std::size_t i = 0; i < frame.size(); ++i)
+    ring[(static_cast<std::size_t>(position) + i) % ring.size()] = frame[i];
+  return ring;
+}
+
+}  // namespace
+
+TEST_F(QueueRing, ObjectsHaveTheAgreedKeysModesAndSizes) {
+  const struct {
+    int id;
+    unsigned int key;
+  } cases[] = {{0, 0xABBD0000}, {1, 0xABBD0002}, {-1, 0xABBCFFFE}, {0x40000000, 0x2BBD0000}};
+  for (const auto& row : cases) {
+    ASSERT_TRUE(HostFresh());
+    const Queue queue(1, row.id, 16);
+    shmid_ds segment{};
+    semid_ds set{};
+    shmctl(shmget(static_cast<int>(row.key), 0, 0), IPC_STAT, &segment);
+    EXPECT_EQ(segment.shm_segsz, 29U);
+    EXPECT_EQ(segment.shm_perm.mode & 0777, 0664);
+    for (unsigned int odd : {0U, 1U}) {
+      const int id = semget(static_cast<int>(row.key + odd), 1, 0);
+      EXPECT_EQ(ValueGet(id), static_cast<int>(odd));
+      semctl(id, 0, IPC_STAT, &set);
+      EXPECT_EQ(set.sem_perm.mode & 0777, 0664);
+    }
+    EXPECT_EQ(HostText(), "2/1");
+    EXPECT_EQ(Overlaid(std::string(4, ' '), 0, {queue._shm->base, 4}),
+              Frame("").replace(0, 1, "\x19"));
+  }
+}
+
+TEST_F(QueueRing, BytesOfARingOf17) {
+  Queue queue(1, 1, 16);
+  EXPECT_EQ(queue.SpaceGet(), 16);
+  EXPECT_EQ(queue.SendInternal("hello", 5), 0);
+  EXPECT_EQ(queue.RingText().substr(0, 9), std::string("\5\0\0\0hello", 9));
+  EXPECT_EQ(queue._header->writeOffset, 9);
+  EXPECT_EQ(queue.SpaceGet(), 7);
+  EXPECT_EQ(queue.SendInternal("abc", 3), 0);
+  EXPECT_EQ(queue.SpaceGet(), 0);
+  EXPECT_EQ(queue.SendInternal("x", 1), 2);
+  EXPECT_EQ(queue.SendInternal(nullptr, 1), 1);
+  EXPECT_EQ(queue.Receive(2), "he");  // the rest of it is lost
+  EXPECT_EQ(queue.Receive(9), "abc");
+  *queue._header = {15, 15};
+  EXPECT_EQ(queue.Send("abc", 3), 1);
+  EXPECT_EQ(queue._header->writeOffset, 5);
+  EXPECT_EQ(queue.RingText().substr(15) + queue.RingText().substr(0, 5),
+            std::string("\3\0\0\0abc", 7));
+  EXPECT_EQ(queue.Receive(9), "abc");
+}
+
+TEST_F(QueueRing, EveryLengthAtEveryOffset) {
+  for (int size : {0, 4, 5, 8, 16, 37}) {
+    Queue queue(1, 1, static_cast<unsigned int>(size));
+    for (int start = 0; start <= size; ++start)
+      for (int length = 0; length <= size; ++length) {
+        SCOPED_TRACE(testing::Message() << size << " " << start << " " << length);
+        *queue._header = {start, start};
+        std::memset(queue.Ring(), '.', static_cast<std::size_t>(size) + 1);
+        const bool fits = length + 4 <= size;
+        const std::string text = std::string("abcdefghijklmnopqrstuvwxyz0123456789-")
+                                     .substr(0, static_cast<std::size_t>(length));
+        const std::string before = queue.RingText();
+        ASSERT_EQ(queue.Send(text.data(), length), fits ? 1 : 0);
+        ASSERT_EQ(queue.RingText(), fits ? Overlaid(before, start, Frame(text)) : before);
+        ASSERT_EQ(queue._header->writeOffset, fits ? (start + length + 4) % (size + 1) : start);
+        ASSERT_EQ(queue.SpaceGet(), fits ? size - 4 - length : size);
+        const int asked = length - length % 3;
+        if (fits) {
+          ASSERT_EQ(queue.Receive(asked), text.substr(0, static_cast<std::size_t>(asked)));
+        }
+        ASSERT_EQ(queue._header->readOffset, queue._header->writeOffset);
+      }
+    queue.Destroy();
+  }
+}
+
+// What other processes may do to header and ring, against the same rules in 64-bit arithmetic.
+TEST_F(QueueRing, DamagedHeaderIsRefusedAndNothingOutsideTheRingIsTouched) {
+  std::mt19937 random(2);
+  const auto damage = [&](int capacity) {
+    const int choices[] = {INT_MIN, INT_MAX, -1, capacity, static_cast<int>(random())};
+    const auto choice = random() % 20;
+    return choice < 5 ? choices[choice]
+                      : static_cast<int>(random() % static_cast<unsigned>(capacity));
+  };
+  int received = 0;
+  for (int size : {0, 3, 4, 9, 100}) {
+    Queue queue(1, 1, static_cast<unsigned int>(size));
+    const int capacity = size + 1;
+    char* const base = queue._shm->base;
+    const std::size_t page = 4096;  // all of it is mapped
+    for (int round = 0; round < 3000; ++round) {
+      std::generate(base + 4, base + page, [&] { return static_cast<char>(random()); });
+      *queue._header = {damage(capacity), damage(capacity)};
+      const long long write = queue._header->writeOffset;
+      const long long read = queue._header->readOffset;
+      const bool inside = write >= 0 && write < capacity && read >= 0 && read < capacity;
+      const long long used = (write - read + capacity) % capacity;
+      const int planted = damage(capacity);
+      const std::string word(reinterpret_cast<const char*>(&planted), 4);
+      if (inside && size >= 3)
+        Overlaid(queue.RingText(), static_cast<int>(read), word)
+            .copy(queue.Ring(), static_cast<std::size_t>(capacity));
+      const bool isMessage = inside && used >= 4 && planted >= 0 && planted <= used - 4;
+      const std::string before(base, page);
+      ASSERT_EQ(queue.SpaceGet(), inside ? size - used : 0);
+      if (!inside || write != read) {
+        char buffer[50];
+        ASSERT_EQ(queue.Recv(buffer, sizeof buffer), isMessage ? std::min(planted, 50) : -1);
+        ASSERT_EQ(queue._header->readOffset, isMessage ? (read + 4 + planted) % capacity : read);
+        queue._header->readOffset = static_cast<int>(read);
+        ASSERT_EQ(std::string(base, page), before);
+        received += isMessage ? 1 : 0;
+      }
+      const bool fits = inside && size - used >= 4 + 3;
+      ASSERT_EQ(queue.Send("abc", 3), fits ? 1 : 0);
+      const std::string after(base, page);
+      const auto ringEnd = std::size_t{12} + queue.RingText().size();
+      ASSERT_EQ(after.substr(0, 4) + after.substr(ringEnd),
+                before.substr(0, 4) + before.substr(ringEnd));
+      ASSERT_TRUE(fits || after == before);
+    }
+    queue.Destroy();
+  }
+  EXPECT_GT(received, 500);
+}
+
+TEST_F(QueueRing, DamagedLengthWordIsNotBelieved) {
+  const Queue creator(1, 1, 16);
+  const struct {
+    unsigned int word;
+    int valid;
+  } cases[] = {{0, 0}, {8, 0}, {9, 1}, {25, 1}, {26, 0}, {4092, 0}, {INT_MAX, 0}, {UINT_MAX, 0}};
+  for (const auto& row : cases) {
+    std::memcpy(creator._shm->base, &row.word, 4);
+    {
+      Queue opener(1, 1);
+      EXPECT_EQ(opener.IsValid(), row.valid) << row.word;
+      EXPECT_EQ(opener._capacity, row.valid != 0 ? static_cast<int>(row.word) - 8 : 0);
+      char copy[64] = "";
+      const unsigned int most = std::min(row.word, 25U);
+      EXPECT_EQ(ShMWrite(creator._shm, copy, most) + 2 * ShMWrite(creator._shm, copy, most + 1), 1);
+      EXPECT_EQ(ShMRead(creator._shm, copy, most) + 2 * ShMRead(creator._shm, copy, most + 1), 1);
+      EXPECT_EQ(ShMWrite(nullptr, copy, 0) + ShMRead(creator._shm, nullptr, 1), 0);
+    }
+    shmid_ds segment{};
+    shmctl(creator._shm->id, IPC_STAT, &segment);
+    EXPECT_EQ(segment.shm_nattch, 1U) << "given back and left alone";
+  }
+}

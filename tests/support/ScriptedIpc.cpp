@@ -1,0 +1,107 @@
+#include "support/ScriptedIpc.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include <sys/sem.h>
+#include <sys/shm.h>
+
+namespace {
+
+std::unique_ptr<ScriptedIpc> script = std::make_unique<ScriptedIpc>();
+
+__attribute__((format(printf, 1, 2))) bool Fails(const char* format, ...) {
+  char text[128];
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  script->calls.emplace_back(text);
+  if (!script->fails || !script->fails(text))
+    return false;
+  errno = ENOSPC;
+  return true;
+}
+
+std::string CommandText(int command) {
+  if (command == SETVAL)
+    return "SETVAL";
+  return command == IPC_RMID ? "IPC_RMID" : std::to_string(command);
+}
+
+union SemaphoreArgument {
+  int value;
+  void* pointer;
+};
+
+}  // namespace
+
+ScriptedIpc& Ipc() { return *script; }
+
+void IpcReset() { script = std::make_unique<ScriptedIpc>(); }
+
+extern "C" {
+
+int __real_semget(key_t key, int count, int flags);
+int __real_semop(int set, sembuf* operations, std::size_t count);
+int __real_semctl(int set, int number, int command, ...);
+int __real_shmget(key_t key, std::size_t size, int flags);
+void* __real_shmat(int segment, const void* address, int flags);
+int __real_shmdt(const void* address);
+int __real_shmctl(int segment, int command, shmid_ds* state);
+
+int __wrap_semget(key_t key, int count, int flags) {
+  const bool fails = Fails("semget %x %d %o", static_cast<unsigned int>(key), count,
+                           static_cast<unsigned int>(flags));
+  return fails ? -1 : __real_semget(key, count, flags);
+}
+
+int __wrap_semop(int set, sembuf* operations, std::size_t count) {
+  const bool fails =
+      Fails("semop %d %d %d %o", set, operations->sem_num, operations->sem_op,
+            static_cast<unsigned int>(operations->sem_flg) | (count == 1 ? 0U : 01000000U));
+  return fails ? -1 : __real_semop(set, operations, count);
+}
+
+int __wrap_semctl(int set, int number, int command, ...) {
+  std::va_list arguments;
+  va_start(arguments, command);
+  SemaphoreArgument argument{};
+  if (command != IPC_RMID)
+    argument = va_arg(arguments, SemaphoreArgument);
+  va_end(arguments);
+  const std::string value = command == SETVAL ? " " + std::to_string(argument.value) : "";
+  const bool fails =
+      Fails("semctl %s %d %d%s", CommandText(command).c_str(), set, number, value.c_str());
+  return fails ? -1 : __real_semctl(set, number, command, argument);
+}
+
+int __wrap_shmget(key_t key, std::size_t size, int flags) {
+  const bool fails = Fails("shmget %x %zu %o", static_cast<unsigned int>(key), size,
+                           static_cast<unsigned int>(flags));
+  return fails ? -1 : __real_shmget(key, size, flags);
+}
+
+void* __wrap_shmat(int segment, const void* address, int flags) {
+  const bool fails = Fails("shmat %d %d", segment, flags);
+  // A segment that cannot exist: only the kernel gives the pointer that means failure.
+  void* const base = __real_shmat(fails ? -1 : segment, address, flags);
+  script->attached += reinterpret_cast<std::intptr_t>(base) != -1 ? 1 : 0;
+  return base;
+}
+
+int __wrap_shmdt(const void* address) {
+  const int result = Fails("shmdt") ? -1 : __real_shmdt(address);
+  script->attached -= result == 0 ? 1 : 0;
+  return result;
+}
+
+int __wrap_shmctl(int segment, int command, shmid_ds* state) {
+  const bool fails = Fails("shmctl %s %d", CommandText(command).c_str(), segment);
+  return fails ? -1 : __real_shmctl(segment, command, state);
+}
+
+}  // extern "C"
