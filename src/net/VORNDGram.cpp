@@ -7,6 +7,7 @@
 #include "utils/internal/Diagnostics.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <new>
 
@@ -95,7 +96,7 @@ int VORNDGramClass::NICInitialize() {
   if (VORN_NIC == nullptr)
     VORN_NIC =
         static_cast<VORNNICProperties*>(std::calloc(VORN_NIC_CAPACITY, sizeof(VORNNICProperties)));
-  if (VORN_NIC == nullptr) {
+  if (VORN_NIC == nullptr || NICReferenceCount == INT_MAX) {
     KelThreadUnlock();
     return 0;
   }

@@ -25,8 +25,8 @@ public:
   /// Sends the bytes of `stream` from its start to its position as one datagram.
   virtual int SendTo(KELNetioAddr* destination, VORNCDRStream* stream) = 0;
 
-  /// Makes the interface table, or counts one more user of it. Returns 1, or 0 without memory, with
-  /// nothing counted. Holds the process lock.
+  /// Makes the interface table, or counts one more user of it. Returns 1; or 0, with nothing
+  /// counted, without memory and when the count cannot grow. Holds the process lock.
   static int NICInitialize();
   /// Takes one user back; the last one frees the table. Returns 1, or 0 with a line at level > 0
   /// when there was no user left. Holds the process lock.
@@ -74,7 +74,8 @@ public:
   VORNRecvMulticastGroupManager(const VORNRecvMulticastGroupManager&) = delete;
   VORNRecvMulticastGroupManager& operator=(const VORNRecvMulticastGroupManager&) = delete;
 
-  /// Counts one more join of `address`. Returns the count, or -1 without memory.
+  /// Counts one more join of `address`. Returns the count, or -1 without memory and when it cannot
+  /// grow.
   int Add(unsigned int address);
   /// Takes one join back and forgets the group at the last. Returns the joins left, or -1 when
   /// there is no such group.

@@ -2,6 +2,7 @@
 #include "net/miscIPUtils.h"
 #include "platform/DequeVoid.h"
 
+#include <climits>
 #include <new>
 
 namespace {
@@ -34,8 +35,10 @@ VORNRecvMulticastGroupManager::~VORNRecvMulticastGroupManager() {
 }
 
 int VORNRecvMulticastGroupManager::Add(unsigned int address) {
-  if (const DequeVoidNode* known = NodeFind(_groups, address))
-    return ++GroupOf(known)->refCount;
+  if (const DequeVoidNode* known = NodeFind(_groups, address)) {
+    VORNRecvMulticastGroup* joined = GroupOf(known);
+    return joined->refCount < INT_MAX ? ++joined->refCount : -1;
+  }
   if (_groups == nullptr)
     return -1;
   auto* group = new (std::nothrow) VORNRecvMulticastGroup(address);

@@ -256,8 +256,9 @@ char* Bitmap::ToString(char* buffer, int length) const {
   lead.ToString(buffer, length);
   char* end = buffer + std::strlen(buffer);
   end += std::snprintf(end, sizeof "size -2147483648 ", "size %d ", size);
-  if (words != nullptr)
-    end = BitsWrite(end, words, std::min(size, static_cast<std::int32_t>(CAPACITY)));
+  // A size that a holder has written past the capacity has no bits that the buffer had room for.
+  if (words != nullptr && size <= CAPACITY)
+    end = BitsWrite(end, words, size);
   *end = '\0';
   return buffer;
 }

@@ -2,19 +2,25 @@
 //
 //   reader                                  correction (holds the mutex)
 //   R1 g = _generation        (acquire)     W1 _generation = IN_PROGRESS   (relaxed)
-//   R2 last = _lastSeconds    (relaxed)     W2 _lastSeconds = now          (relaxed)
+//   R2 last = _lastSeconds    (acquire)     W2 _lastSeconds = now          (release)
 //   R3 read the lower layer's clock         W3 _offset.sec, .frac          (release)
 //   R4 _offset.sec, .frac     (acquire)     W4 _generation = g + 1         (release)
 //   R5 _generation == g ?     (relaxed)
+//   R6 _lastSeconds = now     (release)
 //
 // R1 that reads W4 sees all of W1 to W3. R4 that reads either half of W3 sees W1, so R5, which the
 // acquire in R4 keeps behind it, cannot still find the old generation: a reader that mixes an old
 // and a new half of the offset always reads again. Nothing else orders the two halves.
 //
+// R2 pairs with W2 and with another reader's R6. It keeps R3 behind it: a clock read before `last`
+// could lie below it without any wrap. And a `last` from during or after a correction brings the
+// changed generation with it, so a reader with the old one reads again at R5 instead of judging its
+// uncorrected seconds by it.
+//
 // A reader that finds its seconds fallen below R2 has seen the wrap with the old offset. It takes
 // the mutex; whoever comes first with the generation unchanged corrects the offset, and every such
-// reader adds the rollover to its own result. A late relaxed store of a reading from before the
-// wrap to _lastSeconds does no harm: corrected readings lie above it.
+// reader adds the rollover to its own result. A late store of a reading from before the wrap to
+// _lastSeconds does no harm: corrected readings lie above it.
 
 #include "time/VORNClock.h"
 
@@ -73,7 +79,7 @@ void VORNClock::TimeGet(KELNtpTime* time) {
   std::uint32_t noted = generation.load(std::memory_order_acquire);  // partner: W4
   std::int32_t last = 0;
   for (;;) {
-    last = lastSeconds.load(std::memory_order_relaxed);
+    last = lastSeconds.load(std::memory_order_acquire);  // partner: R6
     KelNtpTimeGet(time);
     *time = TimeAdd(*time, OffsetLoad(_offset));
     if (noted != IN_PROGRESS && generation.load(std::memory_order_relaxed) == noted)
@@ -86,14 +92,14 @@ void VORNClock::TimeGet(KELNtpTime* time) {
 
   const std::int32_t now = time->sec;
   if (now >= last) {
-    lastSeconds.store(now, std::memory_order_relaxed);
+    lastSeconds.store(now, std::memory_order_release);  // partner: R2
     return;
   }
 
   KelMutexTake(_clockMutex);
   if (generation.load(std::memory_order_relaxed) == noted) {
     generation.store(IN_PROGRESS, std::memory_order_relaxed);
-    lastSeconds.store(now, std::memory_order_relaxed);
+    lastSeconds.store(now, std::memory_order_release);  // partner: R2
     OffsetStore(_offset, TimeAdd(_offset, _rollover));
     generation.store(GenerationAfter(noted), std::memory_order_release);  // partner: R1
   }

@@ -112,6 +112,33 @@ int KelMutexGive(KELMutex* mutex) {
 
 void KelMutexDelete(KELMutex* mutex) { delete mutex; }
 
+// As much of a semaphore as the queue manager needs: it takes and gives on one thread.
+struct KELSemaphore {
+  std::mutex native;
+};
+
+KELSemaphore* KelSemaphoreMutexNew(int options) {
+  script->calls.push_back("KelSemaphoreMutexNew " + std::to_string(options));
+  return script->semaphoreNewFails ? nullptr : new KELSemaphore;
+}
+
+int KelSemaphoreTake(KELSemaphore* semaphore, const KELNtpTime* timeout) {
+  script->calls.emplace_back(timeout == nullptr ? "KelSemaphoreTake" : "KelSemaphoreTake timed");
+  semaphore->native.lock();
+  return 1;
+}
+
+int KelSemaphoreGive(KELSemaphore* semaphore) {
+  script->calls.emplace_back("KelSemaphoreGive");
+  semaphore->native.unlock();
+  return 1;
+}
+
+void KelSemaphoreDelete(KELSemaphore* semaphore) {
+  script->calls.emplace_back("KelSemaphoreDelete");
+  delete semaphore;
+}
+
 int KelThreadLock() { return ++script->threadLocks; }
 int KelThreadUnlock() { return ++script->threadUnlocks; }
 

@@ -29,6 +29,7 @@ struct ScriptedLayer {
   std::atomic<int> clockReadings{0};
 
   bool mutexNewFails = false;
+  bool semaphoreNewFails = false;
   std::atomic<int> mutexTakes{0};
   std::atomic<int> mutexGives{0};
   std::atomic<int> threadLocks{0};
