@@ -14,22 +14,20 @@
 
 namespace {
 
-struct WrapScript {
-  WrapScript() {
-    ScriptReset();
-    Script().rollover = {16, 0};
-  }
-};
-
-/// A clock over a lower layer that wraps from 16 s to 0.
-struct ClockProbe : WrapScript, VORNClock {
+struct ClockProbe : VORNClock {
   using VORNClock::_clockMutex;
   using VORNClock::_generation;
   using VORNClock::_offset;
+};
+
+/// A clock over a lower layer that wraps from 16 s to 0.
+struct Clock : testing::Test {
+  int wrap = (ScriptReset(), Script().rollover.sec = 16);
+  ClockProbe clock;  // made under the script
 
   std::int32_t SecondsGet() {
     KELNtpTime time;
-    TimeGet(&time);
+    clock.TimeGet(&time);
     return time.sec;
   }
   std::int32_t SecondsAt(std::int32_t reading) {
@@ -46,8 +44,7 @@ void TakesAwait(int count) {
   EXPECT_EQ(Script().mutexTakes, count);
 }
 
-TEST(VORNClock, GoesOnThroughEveryWrapAndLocksOnlyToCorrect) {
-  ClockProbe clock;
+TEST_F(Clock, GoesOnThroughEveryWrapAndLocksOnlyToCorrect) {
   struct Row {
     std::int32_t reading, result, offset;
     std::uint32_t generation;
@@ -55,7 +52,7 @@ TEST(VORNClock, GoesOnThroughEveryWrapAndLocksOnlyToCorrect) {
   for (const Row& row : {Row{10, 10, 0, 0}, Row{11, 11, 0, 0}, Row{2, 18, 16, 1}, Row{3, 19, 16, 1},
                          Row{15, 31, 16, 1}, Row{15, 31, 16, 1}, Row{0, 32, 32, 2},
                          Row{15, 47, 32, 2}, Row{1, 49, 48, 3}}) {
-    EXPECT_EQ(clock.SecondsAt(row.reading), row.result) << row.reading;
+    EXPECT_EQ(SecondsAt(row.reading), row.result) << row.reading;
     EXPECT_EQ(clock._offset.sec, row.offset);
     EXPECT_EQ(clock._generation, row.generation);
     EXPECT_EQ(Script().mutexTakes, static_cast<int>(row.generation)) << row.reading;
@@ -63,43 +60,37 @@ TEST(VORNClock, GoesOnThroughEveryWrapAndLocksOnlyToCorrect) {
   }
   clock.TimeGet(nullptr);
   EXPECT_EQ(Script().clockReadings, 9);
+  // After the last generation the count starts anew: the mark would make readers wait for ever.
+  clock._generation = UINT32_MAX - 1;
+  EXPECT_EQ(SecondsAt(9) + SecondsAt(0), 57 + 64);
+  EXPECT_EQ(clock._generation, 0U);
+  EXPECT_EQ(SecondsAt(1), 65);
   EXPECT_EQ(clock.IsValid(), 1);
   Script().mutexNewFails = true;
   EXPECT_EQ(VORNClock().IsValid(), 0);
 }
 
-TEST(VORNClock, AfterTheLastGenerationCountsFromZeroInsteadOfHanging) {
-  ClockProbe clock;
-  clock._generation = UINT32_MAX - 1;
-  EXPECT_EQ(clock.SecondsAt(10), 10);
-  EXPECT_EQ(clock.SecondsAt(2), 18);
-  EXPECT_EQ(clock._generation, 0U);
-  EXPECT_EQ(clock.SecondsAt(3), 19);
-}
-
-TEST(VORNClock, ReadsAgainWhenACorrectionFallsIntoTheReading) {
-  ClockProbe clock;
-  clock.SecondsAt(11);
+TEST_F(Clock, ReadsAgainWhenACorrectionFallsIntoTheReading) {
+  SecondsAt(11);
   // The outer reading gets 15 from the lower layer, but before it adds the offset another reader
   // meets the wrap. With the new offset, 15 would become 31.
   int depth = 0;
   Script().clock = [&] {
     if (depth++ > 0)
       return KELNtpTime{depth, 0};  // 2 for the other reader, then 3
-    EXPECT_EQ(clock.SecondsGet(), 18);
+    EXPECT_EQ(SecondsGet(), 18);
     return KELNtpTime{15, 0};
   };
-  EXPECT_EQ(clock.SecondsGet(), 19);
+  EXPECT_EQ(SecondsGet(), 19);
   EXPECT_EQ(clock._offset.sec, 16);
   EXPECT_EQ(Script().mutexTakes, 2);  // one to correct, one to wait for the correction's end
   EXPECT_EQ(Script().mutexGives, 2);
 }
 
-TEST(VORNClock, WaitsForACorrectionInProgress) {
-  ClockProbe clock;
+TEST_F(Clock, WaitsForACorrectionInProgress) {
   KelMutexTake(clock._clockMutex);
   clock._generation = UINT32_MAX;
-  std::thread reader([&] { EXPECT_EQ(clock.SecondsAt(5), 21); });
+  std::thread reader([&] { EXPECT_EQ(SecondsAt(5), 21); });
   TakesAwait(2);
   clock._offset = {16, 0};
   clock._generation = 1;
@@ -108,15 +99,14 @@ TEST(VORNClock, WaitsForACorrectionInProgress) {
   EXPECT_EQ(Script().clockReadings, 2);
 }
 
-TEST(VORNClock, OneWrapSeenByManyThreadsIsCorrectedOnce) {
-  ClockProbe clock;
-  clock.SecondsAt(11);
+TEST_F(Clock, OneWrapSeenByManyThreadsIsCorrectedOnce) {
+  SecondsAt(11);
   Script().clock = [] { return KELNtpTime{2, 0}; };
   // While the mutex is held here, all of them find the wrap under the same generation.
   KelMutexTake(clock._clockMutex);
   std::vector<std::thread> readers;
   for (int i = 0; i < 3; ++i)
-    readers.emplace_back([&] { EXPECT_EQ(clock.SecondsGet(), 18); });
+    readers.emplace_back([&] { EXPECT_EQ(SecondsGet(), 18); });
   TakesAwait(4);
   KelMutexGive(clock._clockMutex);
   for (std::thread& reader : readers)
@@ -127,8 +117,7 @@ TEST(VORNClock, OneWrapSeenByManyThreadsIsCorrectedOnce) {
 
 // The lower clock wraps in the middle of every second phase. The threads meet between phases, so
 // that none sleeps within a reading for a whole turn of the clock: its wrap could not be seen.
-TEST(VORNClock, NeverRunsBackwardsUnderManyThreads) {
-  ClockProbe clock;
+TEST_F(Clock, NeverRunsBackwardsUnderManyThreads) {
   constexpr int THREADS = 4, READINGS = 400, PHASES = 60;
   constexpr std::int64_t PHASE = 8LL << 32, STEPS = 2 * THREADS * READINGS;
   std::atomic<int> readings{0}, phase{0}, falls{0};
