@@ -6,6 +6,7 @@
 #include <list>
 #include <optional>
 #include <random>
+#include <thread>
 
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -145,6 +146,32 @@ TEST_F(QueueProcess, SignalWhileSendingCostsTheCreatorItsQueueAndAnOpenerNothing
   EXPECT_EQ(opener.Wait(), 1);
   EXPECT_EQ(queue.Receive(9), "yes");
   EXPECT_EQ(queue.SpaceGet(), 16);
+}
+
+TEST_F(QueueProcess, FailedSendLeavesTheWaitingReceiverOfItsObjectAlone) {
+  SignalsInstall();
+  Queue queue(1, 1, 16);
+  const int semaphore = queue._semaphoreId;
+  const int mutex = queue._mutexId;
+  int received = 0;
+  int sent = 1;
+  std::thread receiver([&] {
+    char byte;
+    received = queue.Recv(&byte, 1);
+  });
+  ASSERT_TRUE(WaiterAwait(semaphore));
+  ASSERT_EQ(NamedMutexTake(mutex), 1);
+  std::thread sender([&] { sent = queue.Send("no", 2); });
+  ASSERT_TRUE(WaiterAwait(mutex));
+  pthread_kill(sender.native_handle(), SIGUSR1);
+  sender.join();
+  EXPECT_EQ(sent, 0);
+  EXPECT_EQ(NamedMutexGive(mutex), 1);
+  Queue other(1, 1);
+  EXPECT_EQ(other.Send("yes", 3), 1);
+  receiver.join();
+  EXPECT_EQ(received, -1) << "the object is invalid, the queue is not";
+  EXPECT_EQ(other.Receive(9), "yes");
 }
 
 TEST_F(QueueProcess, SemaphoreHasTwoValuesAndKeepsThemWhenOpened) {
