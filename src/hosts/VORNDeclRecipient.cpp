@@ -45,7 +45,8 @@ int HTKeyClass::Set(const char* key) {
 VORNDeclRecipient::VORNDeclRecipient(unsigned int hostAddress, int hostPort)
     : address(hostAddress), port(hostPort) {}
 
-VORNDeclRecipient::~VORNDeclRecipient() = default;
+// Defined here because it is a published name.
+VORNDeclRecipient::~VORNDeclRecipient() {}
 
 bool VORNDeclRecipient::IsValid() const { return address != 0 && port != 0 && count > 0; }
 

@@ -62,7 +62,8 @@ bool ListHolds(const unsigned int* list, int count, unsigned int address) {
 VORNHostMask::VORNHostMask(unsigned int hostAddress, unsigned int hostMask)
     : address(hostAddress & hostMask), mask(hostMask) {}
 
-VORNHostMask::~VORNHostMask() = default;
+// Defined here because it is a published name.
+VORNHostMask::~VORNHostMask() {}
 
 VORNHostMaskMatchChecker::VORNHostMaskMatchChecker(unsigned int ip, int skipLoopbackRule)
     : _ip(ip), _skipLoopbackRule(skipLoopbackRule) {}

@@ -70,7 +70,8 @@ void ShmMsgQManager::Destroy() {
     delete _list;
     _list = nullptr;
   }
-  KelSemaphoreDelete(_mutex);
+  if (_mutex != nullptr)
+    KelSemaphoreDelete(_mutex);
   _mutex = nullptr;
 }
 

@@ -195,9 +195,9 @@ int ShmMsgQImpl::SpaceGet() const {
 
 int ShmMsgQImpl::Send(const char* data, int length) {
   std::shared_lock attached(_attachmentLock);
+  const unsigned int attachment = _attachment;
   int result = SendInternal(data, length);
   if (result == SEND_LOCK_FAILED) {
-    const unsigned int attachment = _attachment;
     attached.unlock();
     Reinitialize(attachment);
     attached.lock();
@@ -281,11 +281,18 @@ int ShmMsgQImpl::IsValid() {
   return _shm != nullptr && _header != nullptr ? 1 : 0;
 }
 
+// The sets go first, under the shared lock: that ends the sends and waits of other threads, which
+// may go on for ever when a holder of the mutex is dead. They do not attach anew, since what they
+// were attached to is over.
 void ShmMsgQImpl::Destroy() {
+  {
+    const std::shared_lock attached(_attachmentLock);
+    ++_attachment;
+    NamedMutexDelete(_mutexId);
+    NamedSemaphoreDelete(_semaphoreId);
+  }
   const std::unique_lock detached(_attachmentLock);
-  NamedMutexDelete(_mutexId);
   _mutexId = 0;
-  NamedSemaphoreDelete(_semaphoreId);
   _semaphoreId = 0;
   ShMDelete(_shm, 1);
   _shm = nullptr;

@@ -4,6 +4,7 @@
 #include "ipc/VORNShmem.h"
 #include "platform/VornExport.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <shared_mutex>
@@ -14,8 +15,9 @@
 /// the receiver. docs/queue-layout.md describes all of it byte by byte.
 ///
 /// Threads: any number of senders in any processes, one receiver per queue. One object serves any
-/// number of sending threads and one receiving thread of its process. `Destroy` and the destructor
-/// wait for nobody: no other thread sends through the object then.
+/// number of sending threads and one receiving thread of its process. `Destroy` ends what they wait
+/// for with a failure; no thread begins a send meanwhile, and none uses the object when it is
+/// deleted.
 class VORN_API ShmMsgQ {
 public:
   ShmMsgQ(int refCount, int id);
@@ -128,7 +130,8 @@ private:
   /// Held shared by whoever works with the fields above or in the segment, a receiver's wait
   /// excepted; alone by whoever attaches or detaches, so that nothing is unmapped under a receiver.
   mutable std::shared_mutex _attachmentLock;
-  unsigned int _attachment = 0;  ///< counts re-initialisations
+  /// Changes with each re-initialisation, and with `Destroy`, after which there is none.
+  std::atomic<unsigned int> _attachment{0};
 };
 
 #endif

@@ -174,6 +174,19 @@ TEST_F(QueueProcess, FailedSendLeavesTheWaitingReceiverOfItsObjectAlone) {
   EXPECT_EQ(other.Receive(9), "yes");
 }
 
+TEST_F(QueueProcess, DestroyEndsASendThatWaitsForADeadHolderAndLeavesNothing) {
+  Queue queue(1, 1, 16);
+  Queue opener(1, 1);
+  ASSERT_EQ(NamedMutexTake(queue._mutexId), 1);  // and never given back
+  int sent = 1;
+  std::thread sender([&] { sent = opener.Send("no", 2); });
+  ASSERT_TRUE(WaiterAwait(queue._mutexId));
+  opener.Destroy();
+  sender.join();
+  EXPECT_EQ(sent, 0);
+  EXPECT_EQ(HostText(), "0/1") << "the segment goes with the last who is attached";
+}
+
 TEST_F(QueueProcess, SemaphoreHasTwoValuesAndKeepsThemWhenOpened) {
   const int handle = NamedMutexNew(9);
   EXPECT_EQ(NamedMutexGive(handle) + NamedMutexGive(handle) + NamedMutexTake(handle), 3);
