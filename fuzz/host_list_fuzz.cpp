@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
   std::string entry = input.substr(0, input.find('\0')) + '\0';
   const std::size_t length = std::min(entry.find('/'), entry.size() - 1);
   const unsigned int mask = VornHostMaskGet(entry.data());
-  if (std::string(entry.data()) != input.substr(0, length) ||
+  if (entry.substr(0, entry.find('\0')) != input.substr(0, length) ||
       (length + 1 == entry.size() && mask != 0xFFFFFFFFU))
     std::abort();
   return 0;
