@@ -81,14 +81,17 @@ std::string Text(const Bitmap& bitmap) {
 
 TEST(Bitmap, AgreesWithAModelAtEverySize) {
   std::mt19937 random(2);
-  const auto pick = [&](int below) { return static_cast<int>(random() % unsigned(below)); };
+  const auto pick = [&](int below) {
+    return static_cast<int>(random() % static_cast<unsigned>(below));
+  };
   Bitmap bitmap(0, SequenceNumber(0), 0), copy(256, SequenceNumber(9), 1);
   for (int round = 0; round < 257 * 100; ++round) {
     // Leads that end with the range of numbers, too. Words of noise, or equal bits with odd ones.
     const int size = round % 257, style = pick(4), operation = pick(5), value = pick(2);
-    bitmap.Init(Number(style == 0 ? INT64_MAX - size : pick(9) + (1LL << 32) - 99), 256, value);
+    const std::int64_t first = style == 0 ? INT64_MAX - size : pick(9) + (1LL << 32) - 99;
+    bitmap.Init(Number(static_cast<std::uint64_t>(first)), 256, value);
     for (int i = 0; i < 8 && style > 1; ++i)
-      bitmap.words[i] = style == 2 ? static_cast<std::uint32_t>(random()) : ONES >> pick(32);
+      bitmap.words[i] = style == 2 ? static_cast<std::uint32_t>(random()) : ONES >> (random() % 32);
     for (const int odd : {size, size - pick(2), pick(256)})
       bitmap.BitSet(bitmap.lead + odd, value == 0);
     bitmap.size = size;
@@ -172,6 +175,9 @@ TEST(Bitmap, KeepsNegativeArgumentsButNoBits) {
     EXPECT_EQ(bitmap.LeadMove(SequenceNumber(6)), 1);
     EXPECT_EQ(bitmap.size, 0);
   }
+  // From the least number, a negative size reaches round to the greatest.
+  Bitmap least(-5, SequenceNumber(INT_MIN, 0), 0);
+  EXPECT_EQ(least.BitSet(least.lead + 100000, 1) + least.Truncate(SequenceNumber(5)), 0);
   Bitmap bitmap(9, SequenceNumber(-5), 1);
   EXPECT_EQ(Text(bitmap), "-(0,5)size 9 00000000,0");
   EXPECT_EQ(bitmap.BitGet(bitmap.lead, nullptr) + bitmap.BitFirstGet(bitmap.lead, 0, nullptr), 0);

@@ -65,7 +65,7 @@ void WireCheck(const Element& element, Element& other, const char* big, const ch
       EXPECT_EQ(element.Serialize(&again), success) << capacity;
       EXPECT_EQ(streamCalls, 2 * calls) << capacity;
       const std::size_t read =
-          success != 0 ? golden.size() : static_cast<unsigned>(capacity) / 4 * 9;
+          success != 0 ? golden.size() : static_cast<std::size_t>(capacity) / 4 * 9;
       EXPECT_EQ(Wire(other, order), golden.substr(0, read) + before.substr(read)) << capacity;
     }
   }

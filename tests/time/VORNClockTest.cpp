@@ -9,8 +9,8 @@
 #include <atomic>
 #include <barrier>
 #include <ctime>
+#include <list>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -104,7 +104,7 @@ TEST_F(Clock, OneWrapSeenByManyThreadsIsCorrectedOnce) {
   Script().clock = [] { return KELNtpTime{2, 0}; };
   // While the mutex is held here, all of them find the wrap under the same generation.
   KelMutexTake(clock._clockMutex);
-  std::vector<std::thread> readers;
+  std::list<std::thread> readers;
   for (int i = 0; i < 3; ++i)
     readers.emplace_back([&] { EXPECT_EQ(SecondsGet(), 18); });
   TakesAwait(4);
@@ -119,7 +119,7 @@ TEST_F(Clock, OneWrapSeenByManyThreadsIsCorrectedOnce) {
 // that none sleeps within a reading for a whole turn of the clock: its wrap could not be seen.
 TEST_F(Clock, NeverRunsBackwardsUnderManyThreads) {
   constexpr int THREADS = 4, READINGS = 400, PHASES = 60;
-  constexpr std::int64_t PHASE = 8LL << 32, STEPS = 2 * THREADS * READINGS;
+  constexpr std::int64_t PHASE = 8LL << 32, STEPS = 2LL * THREADS * READINGS;
   std::atomic<int> readings{0}, phase{0}, falls{0};
   Script().clock = [&] {
     const std::int64_t step = std::min<std::int64_t>(readings++, STEPS - 1);
@@ -127,7 +127,7 @@ TEST_F(Clock, NeverRunsBackwardsUnderManyThreads) {
     return KELNtpTime{static_cast<std::int32_t>((now >> 32) % 16), static_cast<std::uint32_t>(now)};
   };
   std::barrier meeting(THREADS, [&]() noexcept { readings = 0, ++phase; });
-  std::vector<std::thread> threads;
+  std::list<std::thread> threads;
   for (int i = 0; i < THREADS; ++i)
     threads.emplace_back([&] {
       KELNtpTime before, time;

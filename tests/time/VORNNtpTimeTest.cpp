@@ -25,7 +25,7 @@ std::string Text(const Time& time) {
   std::string buffer(32, '\x5a');
   EXPECT_EQ(time.ToString(buffer.data(), Time::TEXT_SIZE), buffer.data());
   EXPECT_EQ(buffer.substr(Time::TEXT_SIZE), std::string(32 - Time::TEXT_SIZE, '\x5a'));
-  return buffer.c_str();
+  return buffer.substr(0, buffer.find('\0'));
 }
 
 TEST(VORNNtpTime, ConversionsStayWithinTheirErrorAndNeverAboveTheExactFraction) {
