@@ -74,8 +74,8 @@ TEST_F(Endpoint, SendsOnceAfterTellingTheListener) {
 TEST_F(Endpoint, WaitsWithOneSelect) {
   Script().descriptor = FD_SETSIZE - 1;
   VORNDGram dgram(0, 0, nullptr, -1), tooLarge(0, 0, nullptr, -1);
+  CallsTake();
   const auto expect = [&](KELNtpTime timeout, long seconds, long microseconds) {
-    CallsTake();
     System().select = [&](int count, fd_set* readable, timeval* wait) {
       fd_set only{};
       FD_SET(FD_SETSIZE - 1, &only);

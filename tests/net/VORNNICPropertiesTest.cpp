@@ -20,22 +20,23 @@ Nics Acquired() {
   return nics;
 }
 
+const char* const LISTED = "VORN: Acquired network interfaces:\n";
+
 TEST_F(InterfaceTableTest, TakesAddressesFromTheListAndFlagsFromTheReply) {
-  const std::vector<ScriptedInterface> list{{0x7F000001, LOOP | UP | IFF_RUNNING},
-                                            {0x0A000001, UP, AF_INET6},
-                                            {0x0A000004, LOOP | CAST},
-                                            {0x0A000002, UP, AF_INET, false},
-                                            {0, UP | CAST},
-                                            {0x0A000005, 0},
-                                            {0x0A000003, CAST | UP | BROAD}};
   MessagesExpect(
-      {{1, "VORN: Acquired network interfaces:\n"
-           "VORN: Interface: 127.0.0.1 (LOOPBACK,UP)\n"
+      {{1, LISTED},
+       {1, "VORN: Interface: 127.0.0.1 (LOOPBACK,UP)\n"
            "VORN: Interface: 10.0.0.4 (LOOPBACK,MULTICAST,)\n"
            "VORN: Interface: 10.0.0.5 ()\n"
            "VORN: Interface: 10.0.0.3 (MULTICAST,BROADCAST,UP)\n"}},
-      [&] {
-        InterfacesScript(list);
+      [] {
+        InterfacesScript({{0x7F000001, LOOP | UP | IFF_RUNNING},
+                          {0x0A000001, UP, AF_INET6},
+                          {0x0A000004, LOOP | CAST},
+                          {0x0A000002, UP, AF_INET, false},
+                          {0, UP | CAST},
+                          {0x0A000005, 0},
+                          {0x0A000003, CAST | UP | BROAD}});
         EXPECT_EQ(Acquired(),
                   (Nics{{0x7F000001, 0x12}, {0x0A000004, 6}, {0x0A000005, 0}, {0x0A000003, 0x15}}));
       });
@@ -59,29 +60,25 @@ TEST_F(InterfaceTableTest, StandsInForWhatCannotBeRead) {
     };
     expect({{0, "VORN: failed to get interfaces: ioctl returned -3, errno=25\n"}, {0, assumed}},
            [] { System().ioctl = [](unsigned long, void*) { return errno = 25, -3; }; });
-    expect({{1, "VORN: Acquired network interfaces:\n"}, {0, assumed}}, [] {
-      InterfacesScript({{0, UP}});
-    });
+    expect({{1, LISTED}, {0, assumed}}, [] { InterfacesScript({{0, UP}}); });
     expect({{0, "VORN: Unable to allocate object dgram\n"}}, [] { Script().dgramNewFails = true; });
   }
 }
 
 TEST_F(InterfaceTableTest, RefusesANullCountFirstInWordsReadWhenPrinted) {
-  MessagesExpect({{0, "VORN: NULL parameter argc of NicInterfaceGet passed\n"
-                      "VORN: NULL parameter argv of NicInterfaceGet passed\n"
-                      "X<argc of NicInterfaceGet>"}},
-                 [] {
-                   VORNNICProperties nic{};
-                   EXPECT_EQ(NicInterfaceGet(nullptr, nullptr), 0);
-                   EXPECT_EQ(NicInterfaceGet(nullptr, &VORN_NIC_COUNT), 0);
-                   EXPECT_EQ(NicInterfaceUNIXVxWorksGet(&nic, nullptr), 0);
-                   EXPECT_EQ(NicDefaultGet(&nic, nullptr), 0);
-                   const char* const prefix = std::exchange(WarnPreUtilsInit, "X");
-                   const char* const format = std::exchange(WarnFrmUtilsNULLParam, "%s<%s>");
-                   EXPECT_EQ(NicInterfaceGet(&nic, nullptr), 0);
-                   WarnPreUtilsInit = prefix;
-                   WarnFrmUtilsNULLParam = format;
-                 });
+  const std::string null = "VORN: NULL parameter ", passed = " of NicInterfaceGet passed\n";
+  MessagesExpect(
+      {{0, null + "argc" + passed + null + "argv" + passed + "X<argc of NicInterfaceGet>"}}, [] {
+        VORNNICProperties nic{};
+        EXPECT_EQ(NicInterfaceGet(nullptr, nullptr), 0);
+        EXPECT_EQ(NicInterfaceGet(nullptr, &VORN_NIC_COUNT), 0);
+        EXPECT_EQ(NicInterfaceUNIXVxWorksGet(&nic, nullptr) + NicDefaultGet(&nic, nullptr), 0);
+        const char* const prefix = std::exchange(WarnPreUtilsInit, "X");
+        const char* const format = std::exchange(WarnFrmUtilsNULLParam, "%s<%s>");
+        EXPECT_EQ(NicInterfaceGet(&nic, nullptr), 0);
+        WarnPreUtilsInit = prefix;
+        WarnFrmUtilsNULLParam = format;
+      });
 }
 
 TEST_F(InterfaceTableTest, LivesFromFirstUserToLast) {
