@@ -21,14 +21,6 @@ struct Scripted : testing::Test {
   }
 };
 
-/// Gives sockets descriptors from `first` on, and notes closed ones with the lower layer's calls.
-inline void DescriptorsScript(int first) {
-  Script().descriptor = first;
-  System().close = [](int descriptor) {
-    return Script().calls.push_back("close " + std::to_string(descriptor)), 0;
-  };
-}
-
 /// A text and the lowest verbosity at which it is printed.
 struct Message {
   int level;

@@ -27,9 +27,8 @@ void NamespaceRun(const std::function<void()>& body) {
 void Run(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
 
 void Send(VORNDGramClass& endpoint, std::string text) {
-  VORNCDRStream stream;
-  VornCDRStreamInitialize(&stream, text.data(), static_cast<int>(text.size()), VORN_CDR_BIG_ENDIAN);
-  VornCDRStreamPositionSet(&stream, stream.capacity);
+  const int length = static_cast<int>(text.size());
+  VORNCDRStream stream{VORN_CDR_BIG_ENDIAN, text.data(), length, length};
   KELNetioAddr destination;
   KelNetioAddrInitialize(&destination, FIRST_GROUP, NAMESPACE_PORT);
   EXPECT_EQ(endpoint.SendTo(&destination, &stream), 1);
@@ -48,10 +47,9 @@ std::multiset<std::string> Received(VORNDGram& endpoint, int count) {
   return received;
 }
 
-int IsJoined(const char* interface, const char* group) {
-  const std::string pattern = std::string(" | grep -qw ") + group;
-  return std::system(("ip maddr show dev " + std::string(interface) + pattern).c_str()) == 0 ? 1
-                                                                                             : 0;
+int IsJoined(const char* interface, const std::string& group) {
+  const std::string listed = std::string("ip maddr show dev ") + interface + " | grep -qw ";
+  return std::system((listed + group).c_str()) == 0 ? 1 : 0;
 }
 
 void NamespacesMake(VORNDGram& peer) {

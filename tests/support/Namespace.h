@@ -31,6 +31,6 @@ void Send(VORNDGramClass& endpoint, std::string text);
 std::multiset<std::string> Received(VORNDGram& endpoint, int count);
 
 /// Whether the system lists a group (dotted) among those of an interface: 1 or 0.
-int IsJoined(const char* interface, const char* group);
+int IsJoined(const char* interface, const std::string& group);
 
 #endif

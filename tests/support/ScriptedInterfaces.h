@@ -24,7 +24,7 @@ constexpr int UP = IFF_UP, LOOP = IFF_LOOPBACK, CAST = IFF_MULTICAST, BROAD = IF
 /// Scripts the two requests for interfaces. The length that comes back is that of the whole list,
 /// and a flags reply overwrites the address.
 inline void InterfacesScript(const std::vector<ScriptedInterface>& list) {
-  System().ioctl = [list](int, unsigned long request, void* argument) {
+  System().ioctl = [list](unsigned long request, void* argument) {
     if (request == SIOCGIFCONF) {
       auto* conf = static_cast<ifconf*>(argument);
       const std::size_t room = static_cast<std::size_t>(conf->ifc_len) / sizeof(ifreq);

@@ -5,9 +5,7 @@
 #include "platform/KelThread.h"
 #include "utils/VORNUtilsDiag.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -32,49 +30,40 @@ std::string BytesText(const void* value, int size) {
   return text;
 }
 
-void CallNote(KELDGram* self, const std::string& call) {
-  const int descriptor = self->socketRecord->descriptor;
+int CallNote(const std::string& call, int descriptor = -1) {
   script->calls.push_back(descriptor >= 0 ? call + " on " + std::to_string(descriptor) : call);
+  return 1;
+}
+
+int SocketGet(KELDGram* self) { return self->socketRecord->descriptor; }
+
+int FirstTake(std::vector<int>* results, int otherwise) {
+  if (results->empty())
+    return otherwise;
+  const int first = results->front();
+  results->erase(results->begin());
+  return first;
 }
 
 int OptionSet(KELDGram* self, int code, void* value, int size) {
   char name[32];
   std::snprintf(name, sizeof name, "optionSet %x ", static_cast<unsigned int>(code));
-  CallNote(self, name + BytesText(value, size));
-  std::vector<int>& errors = script->optionErrno[code];
-  if (errors.empty())
-    return 0;
-  const int error = errors.front();
-  errors.erase(errors.begin());
+  CallNote(name + BytesText(value, size), SocketGet(self));
+  const int error = FirstTake(&script->optionErrno[code], 0);
   if (error != 0)
     errno = error;
   return error != 0 ? -1 : 0;
 }
 
 int Bind(KELDGram* self, unsigned int localAddress, int port) {
-  CallNote(self, "bind " + std::to_string(localAddress) + " " + std::to_string(port));
+  CallNote("bind " + std::to_string(localAddress) + " " + std::to_string(port), SocketGet(self));
   return script->bindResult(port);
 }
 
 int SendTo(KELDGram* self, KELNetioAddr* /*destination*/, char* buffer, int length) {
-  CallNote(self, "sendTo " + std::to_string(length) + (buffer == nullptr ? " null" : ""));
-  if (script->sendResults.empty())
-    return 1;
-  const int result = script->sendResults.front();
-  script->sendResults.erase(script->sendResults.begin());
-  return result;
-}
-
-int SocketGet(KELDGram* self) { return self->socketRecord->descriptor; }
-
-int PortGet(KELNetioAddr* self) {
-  script->calls.emplace_back("portGet");
-  return self->port;
-}
-
-unsigned int AddressGet(KELNetioAddr* self) {
-  script->calls.emplace_back("addressGet");
-  return self->address;
+  const char* const null = buffer == nullptr ? " null" : "";
+  CallNote("sendTo " + std::to_string(length) + null, SocketGet(self));
+  return FirstTake(&script->sendResults, 1);
 }
 
 }  // namespace
@@ -93,20 +82,9 @@ std::string CallsTake() {
   return text;
 }
 
-int ScriptedLayer::CallsCount(const std::string& prefix) const {
-  return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const std::string& call) {
-    return call.rfind(prefix, 0) == 0;
-  }));
-}
-
-int KelDebugPrint(const char* format, ...) {
-  char text[1024];
-  std::va_list arguments;
-  va_start(arguments, format);
-  const int length = std::vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  script->printed += text;
-  return length;
+ScriptedLayer::ScriptedLayer() {
+  KelDebugSinkSet([](const char* text, void* to) { *static_cast<std::string*>(to) += text; },
+                  &printed);
 }
 
 KELMutex* KelMutexNew() { return script->mutexNewFails ? nullptr : new KELMutex; }
@@ -125,30 +103,22 @@ int KelMutexGive(KELMutex* mutex) {
 
 void KelMutexDelete(KELMutex* mutex) { delete mutex; }
 
-// As much of a semaphore as the queue manager needs: it takes and gives on one thread.
-struct KELSemaphore {
-  std::mutex native;
-};
+// Taken and given on one thread: a script of calls is all that it needs.
+struct KELSemaphore {};
 
 KELSemaphore* KelSemaphoreMutexNew(int options) {
-  script->calls.push_back("KelSemaphoreMutexNew " + std::to_string(options));
+  CallNote("KelSemaphoreMutexNew " + std::to_string(options));
   return script->semaphoreNewFails ? nullptr : new KELSemaphore;
 }
 
-int KelSemaphoreTake(KELSemaphore* semaphore, const KELNtpTime* timeout) {
-  script->calls.emplace_back(timeout == nullptr ? "KelSemaphoreTake" : "KelSemaphoreTake timed");
-  semaphore->native.lock();
-  return 1;
+int KelSemaphoreTake(KELSemaphore* /*semaphore*/, const KELNtpTime* timeout) {
+  return CallNote(timeout == nullptr ? "KelSemaphoreTake" : "KelSemaphoreTake timed");
 }
 
-int KelSemaphoreGive(KELSemaphore* semaphore) {
-  script->calls.emplace_back("KelSemaphoreGive");
-  semaphore->native.unlock();
-  return 1;
-}
+int KelSemaphoreGive(KELSemaphore* /*semaphore*/) { return CallNote("KelSemaphoreGive"); }
 
 void KelSemaphoreDelete(KELSemaphore* semaphore) {
-  script->calls.emplace_back("KelSemaphoreDelete");
+  CallNote("KelSemaphoreDelete");
   delete semaphore;
 }
 
@@ -156,7 +126,7 @@ int KelThreadLock() { return ++script->threadLocks; }
 int KelThreadUnlock() { return ++script->threadUnlocks; }
 
 int KelThreadPriorityOK(int priority, int checks) {
-  script->calls.push_back("priority " + std::to_string(priority) + " " + std::to_string(checks));
+  CallNote("priority " + std::to_string(priority) + " " + std::to_string(checks));
   return script->refusedPriorities.count(priority) == 0 ? 1 : 0;
 }
 
@@ -177,17 +147,8 @@ char* KelNtpTimeToString(const KELNtpTime* time, char* buffer) {
   return buffer;
 }
 
-int KelNetioInit() {
-  script->calls.emplace_back("KelNetioInit");
-  return 1;
-}
-
-void KelNetioAddrInitialize(KELNetioAddr* self, unsigned int address, int port) {
-  *self = {PortGet, AddressGet, address, port};
-}
-
 int KelDGramInitialize(KELDGram* self) {
-  script->calls.emplace_back("KelDGramInitialize");
+  CallNote("KelDGramInitialize");
   if (script->dgramInitializeFails)
     return 0;
   *self = {new KELSocketRecord{script->descriptor}, Bind, SendTo, OptionSet, SocketGet, nullptr};
@@ -197,7 +158,7 @@ int KelDGramInitialize(KELDGram* self) {
 }
 
 void KelDGramRelease(KELDGram* self) {
-  script->calls.emplace_back("KelDGramRelease");
+  CallNote("KelDGramRelease");
   script->openSockets -= self->socketRecord != nullptr ? 1 : 0;
   delete self->socketRecord;
   self->socketRecord = nullptr;

@@ -12,9 +12,10 @@
 #include <vector>
 
 /// The lower layer as a script: it does what a test tells it to and writes down what it was asked.
-/// A test executable links the library's objects with this in place of the real lower layer. The
-/// CDR stream and the containers are the real ones.
+/// A test executable links the library's objects with this in place of the real lower layer; CDR
+/// stream, containers, addresses and printing are the real ones.
 struct ScriptedLayer {
+  ScriptedLayer();
   /// Everything that KelDebugPrint was given, formatted, one piece after the other.
   std::string printed;
 
@@ -44,9 +45,6 @@ struct ScriptedLayer {
   std::map<int, std::vector<int>> optionErrno;  ///< per option code, errno of each call; 0: success
   std::function<int(int port)> bindResult = [](int port) { return port != 0 ? port : 50000; };
   std::vector<int> sendResults;  ///< result of each send; 1 when exhausted
-
-  /// Count of calls that begin with `prefix`.
-  int CallsCount(const std::string& prefix) const;
 };
 
 /// The script in force. `ScriptReset` puts a fresh one in its place and the verbosity back to 0.
