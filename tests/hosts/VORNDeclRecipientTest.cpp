@@ -1,6 +1,7 @@
 #include "hosts/VORNDeclRecipient.h"
 
 #include "hosts/HostTable.h"
+#include "support/ScriptedSystem.h"
 
 #include <climits>
 
@@ -76,4 +77,16 @@ TEST_F(Recipients, ThatAreNoneAreRefused) {
   EXPECT_EQ(recipient->count, INT_MIN);
   EXPECT_EQ(Insert(table, "10.0.0.1", nullptr) + Add(ADDRESS, 9, 0), 1);
   Withdraw("10.0.0.1");
+}
+
+// Each allocation of a declaration fails in turn; then it succeeds.
+TEST_F(Recipients, WithoutMemoryAreRefusedAndLeaveNothing) {
+  int attempts = 0;
+  do {
+    SystemReset();
+    EXPECT_EQ(State("10.0.0.1"), "none");
+    System().failingAllocation = ++attempts;
+  } while (Add(ADDRESS, 9, 0) == 0 && attempts < 9);
+  SystemReset();
+  EXPECT_EQ(attempts, 3);
 }
