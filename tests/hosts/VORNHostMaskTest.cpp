@@ -4,7 +4,6 @@
 #include "net/VORNDGram.h"
 
 #include <algorithm>
-#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -27,16 +26,15 @@ bool Contains(const VORNHostMask& e, unsigned int ip) { return (ip & e.mask) == 
 
 // The rule of admission as its readers know it.
 bool IsAdmitted(const Entries& entries, unsigned int ip, bool loopbackRule) {
-  bool hosts = false, subnets = false, host = false, subnet = false;
+  const bool isOwn = ip == OWN || ip == OTHER_OWN || ip == LOOPBACK;
+  bool listed[2] = {}, held[2] = {};  // among the subnets, among the hosts
   for (const VORNHostMask& entry : entries) {
-    if (loopbackRule && entry.address == LOOPBACK &&
-        (ip == OWN || ip == OTHER_OWN || ip == LOOPBACK))
+    if (loopbackRule && isOwn && entry.address == LOOPBACK)
       return true;
-    const bool isHost = entry.mask == HOST;
-    (isHost ? hosts : subnets) = true;
-    (isHost ? host : subnet) |= Contains(entry, ip);
+    listed[entry.mask == HOST] = true;
+    held[entry.mask == HOST] |= Contains(entry, ip);
   }
-  return (!hosts || host) && (!subnets || subnet);
+  return listed[0] == held[0] && listed[1] == held[1];
 }
 
 // What the subnets of the list choose; everything when it has none.
@@ -65,6 +63,7 @@ TEST_F(HostMask, EveryListAdmitsChoosesAndPrunesByTheRules) {
                       {LOOPBACK, 0xFF000000},   {LOOPBACK, 0xFF0000FF}, {OWN, HOST}};
   Addresses asked{0x0A010203, 0x0A010204, 0x0A090909, 0xC0A80101, OWN, LOOPBACK, 0x7F000002, 0};
   for (unsigned int subset = 0; subset < 1U << kinds.size(); ++subset) {
+    SCOPED_TRACE(subset);
     Entries entries;
     for (std::size_t i = 0; i < kinds.size(); ++i)
       if ((subset >> i & 1) != 0)
@@ -73,27 +72,23 @@ TEST_F(HostMask, EveryListAdmitsChoosesAndPrunesByTheRules) {
     Fill(table, entries);
     for (const unsigned int ip : asked)
       for (const int skip : {0, 1})
-        EXPECT_EQ(VornHostMaskMatch(&table, ip, skip), IsAdmitted(entries, ip, skip == 0) ? 1 : 0)
-            << std::hex << subset << ' ' << ip << ' ' << skip;
+        EXPECT_EQ(VornHostMaskMatch(&table, ip, skip), IsAdmitted(entries, ip, skip == 0)) << ip;
 
     std::rotate(asked.begin(), asked.begin() + 1, asked.end());
-    Addresses output(asked.size(), 7);
-    Addresses chosen = Chosen(entries, asked);
-    const int count = static_cast<int>(asked.size());
-    EXPECT_EQ(VornSubnetMatch(&table, asked.data(), count, output.data()),
-              static_cast<int>(chosen.size()));
+    Addresses output(asked.size(), 7), chosen = Chosen(entries, asked);
+    EXPECT_EQ(VornSubnetMatch(&table, asked.data(), 8, output.data()), int(chosen.size()));
     chosen.resize(asked.size(), 7);
-    EXPECT_EQ(output, chosen) << std::hex << subset;
+    EXPECT_EQ(output, chosen);
 
-    auto expected = nics;
-    for (VORNNICProperties& nic : expected)
-      if (nic.address != LOOPBACK && Chosen(entries, {nic.address}).empty())
-        nic.flags &= ~0x10U;
+    std::rotate(nics.begin(), nics.begin() + 1, nics.end());
     const auto before = nics;
     EXPECT_EQ(VornSubnetMatch(&table, nullptr, 9, output.data()), 0);
-    for (std::size_t i = 0; i < nics.size(); ++i)
-      EXPECT_EQ(nics[i].flags, expected[i].flags) << std::hex << subset << ' ' << i;
-    std::rotate_copy(before.begin(), before.begin() + 1, before.end(), nics.begin());
+    for (std::size_t i = 0; i < nics.size(); ++i) {
+      const unsigned int ip = nics[i].address;
+      const bool isKept = ip == LOOPBACK || !Chosen(entries, {ip}).empty();
+      EXPECT_EQ(nics[i].flags, before[i].flags & (isKept ? ~0U : ~0x10U)) << i;
+    }
+    std::copy(before.begin(), before.end(), nics.begin());
   }
 }
 
@@ -102,17 +97,12 @@ TEST_F(HostMask, QuestionsThatCannotBeAskedAreRefused) {
   HTClass table;
   Fill(table, entries);
   ASSERT_EQ(Insert(table, "without data", nullptr), 1);
-  Addresses asked{OTHER_OWN, OWN}, output{7, 7};
-  EXPECT_EQ(VornHostMaskMatch(nullptr, OWN, 0) +
-                VornSubnetMatch(nullptr, asked.data(), 2, output.data()) +
-                VornSubnetMatch(nullptr, nullptr, 0, nullptr) +
-                VornSubnetMatch(&table, asked.data(), 2, nullptr) +
-                VornSubnetMatch(&table, asked.data(), 0, output.data()) +
-                VornSubnetMatch(&table, asked.data(), -1, output.data()),
-            0);
-  EXPECT_EQ(output, (Addresses{7, 7}));
-  EXPECT_EQ(VornHostMaskMatch(&table, OWN, 0), 1);
-  EXPECT_EQ(VornSubnetMatch(&table, asked.data(), 2, asked.data()), 1);
+  Addresses asked{OTHER_OWN, OWN};
+  unsigned int* const at = asked.data();
+  EXPECT_EQ(VornHostMaskMatch(nullptr, OWN, 0) + VornSubnetMatch(nullptr, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(VornSubnetMatch(nullptr, at, 2, at) + VornSubnetMatch(&table, at, 2, nullptr), 0);
+  EXPECT_EQ(VornSubnetMatch(&table, at, 0, at) + VornSubnetMatch(&table, at, -1, at), 0);
+  EXPECT_EQ(VornSubnetMatch(&table, at, 2, at), 1);  // into the place of the addresses
   EXPECT_EQ(asked[0], OWN);
   VORN_NIC_COUNT = 0;
   EXPECT_EQ(VornSubnetMatch(&table, nullptr, 0, nullptr), 0);
@@ -122,19 +112,22 @@ TEST_F(HostMask, QuestionsThatCannotBeAskedAreRefused) {
 }
 
 TEST_F(HostMask, ListsNameOneHostByACommonAddressOrAsTheLocalHost) {
-  const Addresses local{LOOPBACK}, mixed{LOOPBACK, 2}, own{OWN};
-  const std::tuple<Addresses, Addresses, unsigned int, unsigned int, int> cases[] = {
-      {{1}, {2, 1}, 0, 0, 1},         {{1, 2}, {2}, 0, 0, 1},        {{1}, {2}, OWN, LOOPBACK, 0},
-      {{1}, {}, OWN, LOOPBACK, 0},    {{}, {1}, OWN, LOOPBACK, 0},   {local, local, 1, 2, 0},
-      {local, local, OWN, 2, 1},      {local, local, 1, OWN, 0},     {mixed, mixed, 1, 2, 1},
-      {local, local, 1, LOOPBACK, 1}, {local, own, OWN, LOOPBACK, 0}};
-  for (auto [a, b, localCheck, loopbackCheck, result] : cases) {
-    const int countA = static_cast<int>(a.size()), countB = static_cast<int>(b.size());
-    EXPECT_EQ(VornHostKeyMatch(countA, a.data(), countB, b.data(), localCheck, loopbackCheck),
-              result);
-    EXPECT_EQ(VornHostKeyMatch(-1, a.data(), countB, b.data(), OWN, LOOPBACK) +
-                  VornHostKeyMatch(countA, nullptr, countB, b.data(), OWN, LOOPBACK) +
-                  VornHostKeyMatch(countA, a.data(), countB, nullptr, OWN, LOOPBACK),
-              0);
-  }
+  Addresses lists[] = {{}, {LOOPBACK}, {1}, {2, 1}, {1, 2}, {LOOPBACK, 2}, {OWN}};
+  for (Addresses& a : lists)
+    for (Addresses& b : lists)
+      for (const unsigned int local : {1U, OWN})
+        for (const unsigned int loopback : {2U, LOOPBACK, OWN}) {
+          const auto isCommon = [&, local, loopback](unsigned int ip) {
+            const bool counts = ip != LOOPBACK || local == OWN || loopback == LOOPBACK;
+            return counts && std::ranges::count(b, ip) > 0;
+          };
+          const int countA = int(a.size()), countB = int(b.size());
+          EXPECT_EQ(VornHostKeyMatch(countA, a.data(), countB, b.data(), local, loopback),
+                    std::ranges::any_of(a, isCommon));
+        }
+  unsigned int list[] = {LOOPBACK, 2};
+  EXPECT_EQ(VornHostKeyMatch(-1, list, 2, list, OWN, LOOPBACK), 0);
+  EXPECT_EQ(VornHostKeyMatch(2, list, -1, list, OWN, LOOPBACK), 0);
+  EXPECT_EQ(VornHostKeyMatch(2, nullptr, 2, list, OWN, LOOPBACK), 0);
+  EXPECT_EQ(VornHostKeyMatch(2, list, 2, nullptr, OWN, LOOPBACK), 0);
 }
