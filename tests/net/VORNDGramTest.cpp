@@ -144,8 +144,8 @@ TEST_F(Groups, AreJoinedAtTheFirstAndLeftAtTheLast) {
 
 TEST_F(Groups, AJoinThatFailsIsNotCounted) {
   const auto expect = [](const std::vector<int>& errors, const std::vector<Message>& messages) {
+    const InterfaceTable table(FOUR);
     MessagesExpect(messages, [&] {
-      const InterfaceTable table(FOUR);
       VORNDGram dgram(1, 0, nullptr, -1);
       auto& left = Script().optionErrno[KEL_DGRAM_OPT_ADD_MEMBERSHIP] = errors;
       const int joined = messages.empty() ? 1 : 0;

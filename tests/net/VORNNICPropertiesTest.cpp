@@ -61,7 +61,8 @@ TEST_F(InterfaceTableTest, StandsInForWhatCannotBeRead) {
     expect({{0, "VORN: failed to get interfaces: ioctl returned -3, errno=25\n"}, {0, assumed}},
            [] { System().ioctl = [](unsigned long, void*) { return errno = 25, -3; }; });
     expect({{1, LISTED}, {0, assumed}}, [] { InterfacesScript({{0, UP}}); });
-    expect({{0, "VORN: Unable to allocate object dgram\n"}}, [] { Script().dgramNewFails = true; });
+    expect({{0, "VORN: Unable to allocate object dgram\n"}},
+           [] { Script().dgramInitializeFails = true; });
   }
 }
 

@@ -44,6 +44,7 @@ TEST(DGram, CarriesDatagramsOnTheLoopbackInterface) {
   ASSERT_EQ(KelDGramInitialize(&near) + KelDGramInitialize(&far), 2);
   const int port = near.bind(&near, LOOPBACK, 0);
   EXPECT_TRUE(far.bind(&far, LOOPBACK, port) == 0 && errno == EADDRINUSE);
+  EXPECT_TRUE(far.bind(&far, LOOPBACK, 65536) == 0 && errno == EINVAL);
   char text[] = "datagram", buffer[9] = "";
   KELNetioAddr to, from;
   EXPECT_TRUE(near.receiveFrom(&near, &from, buffer, 8) == -1 && errno == EAGAIN);
@@ -53,7 +54,7 @@ TEST(DGram, CarriesDatagramsOnTheLoopbackInterface) {
   EXPECT_EQ(near.receiveFrom(&near, nullptr, buffer, 3), 0);
   EXPECT_EQ(near.sendTo(&near, &from, text, 5), 1);
   EXPECT_TRUE(far.receiveFrom(&far, &to, buffer, 8) == 5 && std::string(buffer) == "datag");
-  to.port = 65536;
+  to.port += 65536;
   EXPECT_TRUE(far.sendTo(&far, &to, text, 8) == 0 && errno == EINVAL);
   EXPECT_TRUE(far.optionSet(&far, 0x200, text, 4) == -1 && errno == ENOPROTOOPT);
   KelDGramRelease(&near);

@@ -45,14 +45,11 @@ inline void InterfacesScript(const std::vector<ScriptedInterface>& list) {
   };
 }
 
-/// The library's table while this lives, made from such a list without a word.
+/// The library's table while this lives, made from such a list.
 struct InterfaceTable {
   explicit InterfaceTable(const std::vector<ScriptedInterface>& list) {
-    const int verbosity = VORNUtilsVerbosity;
-    VornUtilsVerbositySet(-1);
     InterfacesScript(list);
     EXPECT_EQ(VORNDGramClass::NICInitialize(), 1);
-    VornUtilsVerbositySet(verbosity);
   }
   ~InterfaceTable() { EXPECT_EQ(VORNDGramClass::NICDestroy(), 1); }
   InterfaceTable(const InterfaceTable&) = delete;

@@ -165,7 +165,7 @@ void KelDGramRelease(KELDGram* self) {
 }
 
 KELDGram* KelDGramNew() {
-  if (script->dgramNewFails)
+  if (script->dgramInitializeFails)
     return nullptr;
   auto* self = new KELDGram;
   KelDGramInitialize(self);

@@ -29,17 +29,12 @@ struct ScriptedLayer {
   KELNtpTime rollover;
   std::atomic<int> clockReadings{0};
 
-  bool mutexNewFails = false;
-  bool semaphoreNewFails = false;
-  std::atomic<int> mutexTakes{0};
-  std::atomic<int> mutexGives{0};
-  std::atomic<int> threadLocks{0};
-  std::atomic<int> threadUnlocks{0};
+  bool mutexNewFails = false, semaphoreNewFails = false;
+  std::atomic<int> mutexTakes{0}, mutexGives{0}, threadLocks{0}, threadUnlocks{0};
 
   std::set<int> refusedPriorities;
 
-  bool dgramInitializeFails = false;
-  bool dgramNewFails = false;
+  bool dgramInitializeFails = false;  ///< and so does making one
   int descriptor = -1;  ///< what a new socket record holds; if not -1, one more for each
   int openSockets = 0;
   std::map<int, std::vector<int>> optionErrno;  ///< per option code, errno of each call; 0: success
