@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,52 +16,44 @@ namespace {
 
 constexpr std::uint32_t ONES = UINT32_MAX;
 
-/// The window as bits where bits matter, and as words where the words that peers see matter.
+/// The window and all the bits of its storage: whole words matter, since peers see them.
 struct Model {
   std::int64_t lead;
   int size;
-  std::vector<std::uint32_t> words;
+  std::vector<bool> bits;
 
-  explicit Model(const Bitmap& bitmap)
-      : lead(Value(bitmap.lead)), size(bitmap.size), words(bitmap.words, bitmap.words + 8) {}
+  explicit Model(const Bitmap& bitmap) : lead(Value(bitmap.lead)), size(bitmap.size) {
+    for (int k = 0; k < 256; ++k)
+      bits.push_back((bitmap.words[k / 32] >> (31 - k % 32) & 1) != 0);
+  }
   bool operator==(const Model&) const = default;
 
-  int Used() const { return (size + 31) / 32; }
-  std::uint32_t& Word(int k) { return words[static_cast<std::size_t>(k / 32)]; }
-  bool Bit(int k) { return (Word(k) >> (31 - k % 32) & 1) != 0; }
-  void BitSet(int k, bool value) {
-    const std::uint32_t mask = 1U << (31 - k % 32);
-    Word(k) = value ? Word(k) | mask : Word(k) & ~mask;
-  }
+  std::vector<bool>::iterator At(int k) { return bits.begin() + k; }
+  int End() const { return (size + 31) / 32 * 32; }  // of the words in use
   int First(int from, int value) {
-    while (from < size && Bit(from) != value)
-      ++from;
-    return from;
+    return static_cast<int>(std::find(At(from), At(size), value) - At(0));
   }
   void LeadMove(int distance) {
-    const int end = 32 * Used(), shift = distance / 32 * 32;
-    lead += distance;
     if (distance < size) {
-      for (int k = 0; k + shift < end; k += 32)
-        Word(k) = Word(k + shift);
-      for (int i = shift; i < distance; ++i)
-        for (int k = 0; k < end; ++k)
-          BitSet(k, k + 1 < end && Bit(k + 1));
+      std::copy(At(distance / 32 * 32), At(End()), At(0));
+      std::copy(At(distance % 32), At(End()), At(0));
+      std::fill(At(End() - distance % 32), At(End()), false);
     }
+    lead += distance;
     size = std::max(size - distance, 0);
   }
-  void CompressTrailingOnes() {  // whole bytes of the raw words
-    int end = 32 * Used();
-    while (end > 0 && Bit(end - 1))
+  void CompressTrailingOnes() {  // whole bytes
+    int end = End();
+    while (end > 0 && *At(end - 1))
       --end;
-    if (32 * Used() - end >= 8)
+    if (End() - end >= 8)
       size = (end + 7) / 8 * 8;
   }
   std::string Text() {
     std::string text = "(" + std::to_string(lead >> 32) + "," + std::to_string(lead & ONES) +
                        ")size " + std::to_string(size) + " ";
     for (int k = 0; k < size; ++k)
-      text += std::string(k > 0 && k % 8 == 0 ? "," : "") + (Bit(k) ? "1" : "0");
+      text += std::string(k > 0 && k % 8 == 0 ? "," : "") + (*At(k) ? '1' : '0');
     return text;
   }
 };
@@ -91,7 +84,7 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
     const bool inRange = k >= 0 && k < size;
     int bit = 7;
     EXPECT_EQ(bitmap.BitInRange(sn) + bitmap.BitGet(sn, &bit), inRange ? 2 : 0);
-    EXPECT_EQ(bit, inRange ? model.Bit(k) : 7);
+    EXPECT_EQ(bit, inRange ? *model.At(k) : 7);
     EXPECT_EQ(Value(bitmap.BitMaxGet()), model.lead + (size - 1));
     EXPECT_EQ(Text(bitmap), model.Text());
     for (const int wanted : {0, 1, 2, -1}) {
@@ -101,10 +94,10 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
       EXPECT_EQ(Value(found) - model.lead, searched ? model.First(k, wanted) : 0);
       EXPECT_EQ(bitmap.Has(wanted), model.First(0, wanted != 0) < size);
     }
-    const Model before(copy);
+    Model copied(copy);  // behind the words in use the copy keeps its own
+    std::copy(model.At(0), model.At(model.End()), copied.At(0));
     EXPECT_EQ(copy.Copy(bitmap) + bitmap.Copy(bitmap), 2);
-    EXPECT_TRUE(std::equal(before.words.begin() + model.Used(), before.words.end(),
-                           copy.words + model.Used()));
+    EXPECT_EQ(Model(copy).bits, copied.bits);
     const int flipped = pick(256);
     copy.words[flipped / 32] ^= 1U << (31 - flipped % 32);
     EXPECT_TRUE((copy == bitmap) == (flipped >= size) && (copy != bitmap) == (flipped < size));
@@ -112,7 +105,7 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
     if (operation == 0) {
       EXPECT_EQ(bitmap.BitSet(sn, -value), inRange);
       if (inRange)
-        model.BitSet(k, value != 0);
+        *model.At(k) = value != 0;
     } else if (operation == 1) {
       EXPECT_EQ(bitmap.LeadMove(sn), k >= 0);
       if (k >= 0)
@@ -125,8 +118,7 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
       model.CompressTrailingOnes();
     } else {
       bitmap.Invert();
-      for (std::size_t i = 0; i < static_cast<std::size_t>(model.Used()); ++i)
-        model.words[i] = ~model.words[i];
+      std::transform(model.At(0), model.At(model.End()), model.At(0), std::logical_not());
     }
     ASSERT_EQ(Model(bitmap), model) << round << ' ' << operation << ' ' << k;
   }
@@ -135,8 +127,7 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
 TEST(Bitmap, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   Bitmap bitmap(256, SequenceNumber(9), 1);
   EXPECT_EQ(bitmap.Init(SequenceNumber(0), 33, 0), 1);
-  EXPECT_EQ(Model(bitmap).words,
-            (std::vector<std::uint32_t>{0, 0, ONES, ONES, ONES, ONES, ONES, ONES}));
+  EXPECT_TRUE(bitmap.words[1] == 0 && bitmap.words[2] == ONES);
   EXPECT_EQ(bitmap.Init(SequenceNumber(0), 999, 1) + bitmap.size + bitmap.Has(0), 257);
   bitmap.size = 999;  // by hand: what lies behind the block stays out of reach
   EXPECT_EQ(bitmap.BitSet(bitmap.lead + 256, 1), 0);
