@@ -43,14 +43,14 @@ struct Recipients : testing::Test, HTRemoveFunc {
 
 TEST_F(Recipients, AreCountedMarkedRevivedAndRemovedOnce) {
   std::string states;
-  for (const char step : std::string("++--+--++-")) {
+  for (const char step : std::string("++--+--+-++-")) {
     if (step == '-')
       Withdraw("10.0.0.1:9");
     else
       EXPECT_EQ(Add(ADDRESS, 9, 1), 1);
     states += State("10.0.0.1:9") + ' ';
   }
-  EXPECT_EQ(states, "9x1 9x2 9x1 9x0m 9x1 9x0m 9x-1m 9x0 9x1 9x0m ");
+  EXPECT_EQ(states, "9x1 9x2 9x1 9x0m 9x1 9x0m 9x-1m 9x0 9x-1 9x0 9x1 9x0m ");
   EXPECT_EQ(table.RemoveMarked(HTNodeClass::LOCK), 1);
   EXPECT_EQ(removals, 1);
   Withdraw("10.0.0.1:9");

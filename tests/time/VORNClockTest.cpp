@@ -9,8 +9,8 @@
 #include <atomic>
 #include <barrier>
 #include <ctime>
-#include <list>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -53,8 +53,7 @@ TEST_F(Clock, GoesOnThroughEveryWrapAndLocksOnlyToCorrect) {
                          Row{15, 31, 16, 1}, Row{15, 31, 16, 1}, Row{0, 32, 32, 2},
                          Row{15, 47, 32, 2}, Row{1, 49, 48, 3}}) {
     EXPECT_EQ(SecondsAt(row.reading), row.result) << row.reading;
-    EXPECT_EQ(clock._offset.sec, row.offset);
-    EXPECT_EQ(clock._generation, row.generation);
+    EXPECT_TRUE(clock._offset.sec == row.offset && clock._generation == row.generation);
     EXPECT_EQ(Script().mutexTakes, static_cast<int>(row.generation)) << row.reading;
     EXPECT_EQ(Script().mutexGives, Script().mutexTakes);
   }
@@ -62,9 +61,8 @@ TEST_F(Clock, GoesOnThroughEveryWrapAndLocksOnlyToCorrect) {
   EXPECT_EQ(Script().clockReadings, 9);
   // After the last generation the count starts anew: the mark would make readers wait for ever.
   clock._generation = UINT32_MAX - 1;
-  EXPECT_EQ(SecondsAt(9) + SecondsAt(0), 57 + 64);
+  EXPECT_EQ(SecondsAt(9) + SecondsAt(0) + SecondsAt(1), 57 + 64 + 65);
   EXPECT_EQ(clock._generation, 0U);
-  EXPECT_EQ(SecondsAt(1), 65);
   EXPECT_EQ(clock.IsValid(), 1);
   Script().mutexNewFails = true;
   EXPECT_EQ(VORNClock().IsValid(), 0);
@@ -84,42 +82,37 @@ TEST_F(Clock, ReadsAgainWhenACorrectionFallsIntoTheReading) {
   EXPECT_EQ(SecondsGet(), 19);
   EXPECT_EQ(clock._offset.sec, 16);
   EXPECT_EQ(Script().mutexTakes, 2);  // one to correct, one to wait for the correction's end
-  EXPECT_EQ(Script().mutexGives, 2);
 }
 
-TEST_F(Clock, WaitsForACorrectionInProgress) {
-  KelMutexTake(clock._clockMutex);
-  clock._generation = UINT32_MAX;
-  std::thread reader([&] { EXPECT_EQ(SecondsAt(5), 21); });
-  TakesAwait(2);
-  clock._offset = {16, 0};
-  clock._generation = 1;
-  KelMutexGive(clock._clockMutex);
-  reader.join();
-  EXPECT_EQ(Script().clockReadings, 2);
-}
-
-TEST_F(Clock, OneWrapSeenByManyThreadsIsCorrectedOnce) {
-  SecondsAt(11);
-  Script().clock = [] { return KELNtpTime{2, 0}; };
-  // While the mutex is held here, all of them find the wrap under the same generation.
-  KelMutexTake(clock._clockMutex);
-  std::list<std::thread> readers;
-  for (int i = 0; i < 3; ++i)
-    readers.emplace_back([&] { EXPECT_EQ(SecondsGet(), 18); });
-  TakesAwait(4);
-  KelMutexGive(clock._clockMutex);
-  for (std::thread& reader : readers)
-    reader.join();
-  EXPECT_EQ(clock._offset.sec, 16);
-  EXPECT_EQ(clock._generation, 1U);
+TEST_F(Clock, ReadersWaitForACorrectionInProgressAndCorrectOneWrapOnce) {
+  struct Row {
+    std::uint32_t found, left;  // generations
+    std::int32_t reading, offset, result;
+  };
+  for (const Row& row : {Row{UINT32_MAX, 1, 5, 16, 21}, Row{1, 1, 2, 16, 34}}) {
+    Script().clock = [&row] { return KELNtpTime{row.reading, 0}; };
+    Script().mutexTakes = 0;
+    KelMutexTake(clock._clockMutex);
+    clock._generation = row.found;
+    {
+      std::vector<std::jthread> readers;
+      for (int i = 0; i < 3; ++i)
+        readers.emplace_back([&] { EXPECT_EQ(SecondsGet(), row.result); });
+      TakesAwait(4);  // each has found the mark, or the wrap under the same generation
+      clock._offset.sec = row.offset;
+      clock._generation = row.left;
+      KelMutexGive(clock._clockMutex);
+    }
+  }
+  EXPECT_EQ(clock._offset.sec, 32);
+  EXPECT_EQ(clock._generation, 2U);
 }
 
 // The lower clock wraps in the middle of every second phase. The threads meet between phases, so
 // that none sleeps within a reading for a whole turn of the clock: its wrap could not be seen.
 TEST_F(Clock, NeverRunsBackwardsUnderManyThreads) {
   constexpr int THREADS = 4, READINGS = 400, PHASES = 60;
-  constexpr std::int64_t PHASE = 8LL << 32, STEPS = 2LL * THREADS * READINGS;
+  constexpr std::int64_t PHASE = 8LL << 32, STEPS = 2 * THREADS * READINGS;
   std::atomic<int> readings{0}, phase{0}, falls{0};
   Script().clock = [&] {
     const std::int64_t step = std::min<std::int64_t>(readings++, STEPS - 1);
@@ -127,20 +120,21 @@ TEST_F(Clock, NeverRunsBackwardsUnderManyThreads) {
     return KELNtpTime{static_cast<std::int32_t>((now >> 32) % 16), static_cast<std::uint32_t>(now)};
   };
   std::barrier meeting(THREADS, [&]() noexcept { readings = 0, ++phase; });
-  std::list<std::thread> threads;
-  for (int i = 0; i < THREADS; ++i)
-    threads.emplace_back([&] {
-      KELNtpTime before, time;
-      for (int reading = 1; reading <= PHASES * READINGS; ++reading, before = time) {
-        clock.TimeGet(&time);
-        if (time.sec < before.sec || (time.sec == before.sec && time.frac < before.frac))
-          ++falls;
-        if (reading % READINGS == 0)
-          meeting.arrive_and_wait();
-      }
-    });
-  for (std::thread& thread : threads)
-    thread.join();
+  const auto read = [&] {
+    KELNtpTime before, time;
+    for (int reading = 1; reading <= PHASES * READINGS; ++reading, before = time) {
+      clock.TimeGet(&time);
+      if (time.sec < before.sec || (time.sec == before.sec && time.frac < before.frac))
+        ++falls;
+      if (reading % READINGS == 0)
+        meeting.arrive_and_wait();
+    }
+  };
+  {
+    const std::jthread threads[THREADS - 1] = {std::jthread(read), std::jthread(read),
+                                               std::jthread(read)};
+    read();
+  }
   EXPECT_EQ(falls, 0);
   EXPECT_EQ(clock._offset.sec, PHASES / 2 * 16);
 }
