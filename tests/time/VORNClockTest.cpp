@@ -9,8 +9,8 @@
 #include <atomic>
 #include <barrier>
 #include <ctime>
+#include <list>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -95,7 +95,7 @@ TEST_F(Clock, ReadersWaitForACorrectionInProgressAndCorrectOneWrapOnce) {
     KelMutexTake(clock._clockMutex);
     clock._generation = row.found;
     {
-      std::vector<std::jthread> readers;
+      std::list<std::jthread> readers;
       for (int i = 0; i < 3; ++i)
         readers.emplace_back([&] { EXPECT_EQ(SecondsGet(), row.result); });
       TakesAwait(4);  // each has found the mark, or the wrap under the same generation
@@ -112,7 +112,7 @@ TEST_F(Clock, ReadersWaitForACorrectionInProgressAndCorrectOneWrapOnce) {
 // that none sleeps within a reading for a whole turn of the clock: its wrap could not be seen.
 TEST_F(Clock, NeverRunsBackwardsUnderManyThreads) {
   constexpr int THREADS = 4, READINGS = 400, PHASES = 60;
-  constexpr std::int64_t PHASE = 8LL << 32, STEPS = 2 * THREADS * READINGS;
+  constexpr std::int64_t PHASE = 8LL << 32, STEPS = 2LL * THREADS * READINGS;
   std::atomic<int> readings{0}, phase{0}, falls{0};
   Script().clock = [&] {
     const std::int64_t step = std::min<std::int64_t>(readings++, STEPS - 1);
