@@ -123,6 +123,9 @@ TEST_F(HostList, SourcesAreTriedInOrderAndEachStepIsTold) {
   }
   std::ofstream(NAME) << "f";
   Expect("a::b: #c\n", 1, 0, {noFile, useVariable});
+  // A file that cannot be opened, here a link to itself, is as good as none.
+  ASSERT_EQ(std::remove(NAME) + symlink(NAME, NAME), 0);
+  Expect("a::b: #c\n", 1, 1, {noFile, useVariable});
   // A directory opens and cannot be read: the variable is not consulted.
   ASSERT_EQ(std::remove(NAME) + mkdir(NAME, 0700), 0);
   const Line error{0, "error 1 reading file VORN_PEER_HOSTS"};
