@@ -1,5 +1,6 @@
 #include "ipc/VORNSemaphores.h"
 
+#include "ipc/internal/SemaphoreArgument.h"
 #include "utils/internal/Diagnostics.h"
 
 #include <cerrno>
@@ -12,15 +13,6 @@ namespace {
 
 constexpr int NO_HANDLE = 0;
 constexpr int CREATION_FLAGS = IPC_CREAT | IPC_EXCL | 0664;
-
-// The fourth argument of semctl, which the host leaves to its callers to declare. Passed as the
-// union, not as a bare int: where int and union travel in different places, the kernel would read
-// garbage.
-union SemaphoreArgument {
-  int val;
-  semid_ds* buf;
-  unsigned short* array;
-};
 
 int SetOpen(int key) { return semget(key, 1, 0); }
 
