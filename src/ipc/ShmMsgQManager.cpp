@@ -142,7 +142,8 @@ void ShmMsgQManager::Release(ShmMsgQ* queue, int destroy) {
     else if (QueueOf(node)->_id == queue->_id)
       hasOthers = true;
   }
-  delete _list->RemoveNode(own);
+  if (own != nullptr)
+    delete _list->RemoveNode(own);
   if (destroy != 0 && !hasOthers)
     queue->Destroy();
   delete queue;
@@ -190,9 +191,9 @@ DequeVoidNode* ShmMsgQManager::NodeFind(int id) {
 }
 
 void ShmMsgQManager::QueuesDelete(bool destroyCreated) {
-  while (DequeVoidNode* node = _list->RemoveNode(_list->first)) {
+  while (DequeVoidNode* node = _list->first) {
     ShmMsgQ* queue = QueueOf(node);
-    delete node;
+    delete _list->RemoveNode(node);
     if (destroyCreated && queue->_isCreator != 0)
       queue->Destroy();
     delete queue;

@@ -4,25 +4,63 @@
 #include "ipc/VORNShmMsgQ.h"
 
 #include "ipc/VORNSemaphores.h"
+#include "ipc/internal/QueueAttachments.h"
 #include "ipc/internal/QueueLayout.h"
 #include "utils/internal/Diagnostics.h"
 
 #include <algorithm>
-#include <atomic>
-#include <climits>
-#include <cstring>
-#include <mutex>
+#include <cerrno>
+#include <new>
 #include <optional>
+
+#include <sys/ipc.h>
+#include <sys/shm.h>
 
 namespace {
 
-void ReadOffsetSet(ShmMsgQHeader* header, int offset) { OffsetStore(&header->readOffset, offset); }
+int SegmentKeyGet(int id) { return static_cast<int>(QueueKeyGet(id)); }
 
-// The length of the oldest message; none when it reaches beyond what was written.
-std::optional<int> MessageLengthGet(ShmMsgQHeader* header, int capacity, RingOffsets offsets) {
-  const int used = RingUsedGet(offsets, capacity);
-  const std::int32_t length = MessageLengthLoad(RingGet(header), capacity, offsets.read);
-  return MessageLengthIsSound(length, used) ? std::optional<int>(length) : std::nullopt;
+// Only for the holder of the mutex. Nothing of the message is visible before the last store.
+bool MessageWrite(const QueueAttachment& queue, const char* data, int length) {
+  const std::optional<RingOffsets> offsets = RingOffsetsLoad(queue.header, queue.capacity);
+  if (!offsets || !MessageFits(RingFreeGet(*offsets, queue.capacity), length))
+    return false;
+  const std::int32_t word = length;
+  char* ring = RingGet(queue.header);
+  RingWrite(ring, queue.capacity, offsets->write, reinterpret_cast<const char*>(&word),
+            MESSAGE_LENGTH_SIZE);
+  const int payload = RingAdvance(offsets->write, MESSAGE_LENGTH_SIZE, queue.capacity);
+  RingWrite(ring, queue.capacity, payload, data, length);
+  OffsetStore(&queue.header->writeOffset, RingAdvance(payload, length, queue.capacity));
+  return true;
+}
+
+// Whether those who wait for the set are woken: it is removed, or was already.
+bool SetRemove(int set) {
+  return SemaphoreMutexDelete(set) != 0 || errno == EINVAL || errno == EIDRM;
+}
+
+// What came of a look for a message.
+enum class Look { RECEIVED, EMPTY, FAILED };
+
+// Copies the oldest message and passes it. `copied` is set when there was one.
+Look MessageRead(const QueueAttachment& queue, char* buffer, int length, int* copied) {
+  const std::optional<RingOffsets> offsets = RingOffsetsLoad(queue.header, queue.capacity);
+  if (!offsets)
+    return Look::FAILED;
+  if (offsets->write == offsets->read)
+    return Look::EMPTY;
+  char* ring = RingGet(queue.header);
+  const std::int32_t sent = MessageLengthLoad(ring, queue.capacity, offsets->read);
+  if (!MessageLengthIsSound(sent, RingUsedGet(*offsets, queue.capacity)))
+    return Look::FAILED;
+  const int payload = RingAdvance(offsets->read, MESSAGE_LENGTH_SIZE, queue.capacity);
+  OffsetStore(&queue.header->readOffset, payload);
+  *copied = std::min(length, sent);
+  if (*copied > 0)
+    RingRead(ring, queue.capacity, payload, buffer, *copied);
+  OffsetStore(&queue.header->readOffset, RingAdvance(payload, sent, queue.capacity));
+  return Look::RECEIVED;
 }
 
 }  // namespace
@@ -37,30 +75,44 @@ void ShmMsgQ::Print() {
 }
 
 ShmMsgQImpl::ShmMsgQImpl(int refCount, int id, unsigned int size)
-    : ShmMsgQ(refCount, id), _segmentLength(QueueSegmentLength(size)) {
+    : ShmMsgQ(refCount, id), _segmentLength(QueueSegmentLength(size)),
+      _attachments(new (std::nothrow) QueueAttachments) {
   _isCreator = 1;
   Initialize();
 }
 
-ShmMsgQImpl::ShmMsgQImpl(int refCount, int id) : ShmMsgQ(refCount, id) { Initialize(); }
+ShmMsgQImpl::ShmMsgQImpl(int refCount, int id)
+    : ShmMsgQ(refCount, id), _attachments(new (std::nothrow) QueueAttachments) {
+  Initialize();
+}
 
-ShmMsgQImpl::~ShmMsgQImpl() { Uninitialize(); }
+ShmMsgQImpl::~ShmMsgQImpl() { delete _attachments; }
 
 int ShmMsgQImpl::Initialize() {
-  if (InitializeSharedMemory() == 0 || InitializeSemaphoreAndMutex() == 0) {
-    ShMDelete(_shm, _isCreator);
-    _shm = nullptr;
-    _header = nullptr;
-    _capacity = 0;
+  QueueAttachment* made = _attachments != nullptr ? _attachments->RecordNew() : nullptr;
+  if (made == nullptr)
     return 0;
-  }
-  if (_isCreator != 0)
+  const int attached = Attach();
+  *made = {_shm, _header, _capacity, _semaphoreId, _mutexId};
+  if (attached != 0 && _isCreator != 0)
+    _attachments->madeSegmentId = _shm->id;
+  if (_attachments->PresentSet(made) && attached != 0 && _isCreator != 0)
     WriteSetup();
-  return 1;
+  return attached;
+}
+
+int ShmMsgQImpl::Attach() {
+  if (InitializeSharedMemory() != 0 && InitializeSemaphoreAndMutex() != 0)
+    return 1;
+  ShMDelete(_shm, _isCreator);
+  _shm = nullptr;
+  _header = nullptr;
+  _capacity = 0;
+  return 0;
 }
 
 int ShmMsgQImpl::InitializeSharedMemory() {
-  const int key = static_cast<int>(QueueKeyGet(_id));
+  const int key = SegmentKeyGet(_id);
   _shm = _isCreator != 0 ? ShMNew(key, _segmentLength) : ShMOpen(key);
   _capacity = _shm != nullptr ? CapacityGet() : 0;
   if (_capacity == 0)
@@ -70,7 +122,7 @@ int ShmMsgQImpl::InitializeSharedMemory() {
 }
 
 int ShmMsgQImpl::InitializeSemaphoreAndMutex() {
-  _semaphoreId = NamedSemaphoreNew(static_cast<int>(QueueKeyGet(_id)), 0);
+  _semaphoreId = NamedSemaphoreNew(SegmentKeyGet(_id), 0);
   if (_semaphoreId == 0)
     return 0;
   _mutexId = NamedMutexNew(static_cast<int>(QueueMutexKeyGet(_id)));
@@ -80,133 +132,125 @@ int ShmMsgQImpl::InitializeSemaphoreAndMutex() {
 int ShmMsgQImpl::WriteSetup() {
   if (NamedMutexTake(_mutexId) == 0)
     return 0;
-  // Partner of both: RingStateGet.
   OffsetStore(&_header->writeOffset, 0);
   OffsetStore(&_header->readOffset, 0);
   return NamedMutexGive(_mutexId);
 }
 
 void ShmMsgQImpl::Uninitialize() {
-  ShMDelete(_shm, 0);
   _shm = nullptr;
   _header = nullptr;
+  if (_attachments != nullptr)
+    _attachments->PresentDrop();
 }
 
-int ShmMsgQImpl::SpaceGet() const {
-  const std::shared_lock attached(_attachmentLock);
-  const std::optional<RingOffsets> state = RingOffsetsLoad(_header, _capacity);
-  return state ? RingFreeGet(*state, _capacity) : 0;
-}
+int ShmMsgQImpl::SpaceGet() const { return _attachments != nullptr ? _attachments->SpaceGet() : 0; }
 
 int ShmMsgQImpl::Send(const char* data, int length) {
-  std::shared_lock attached(_attachmentLock);
-  const unsigned int attachment = _attachment;
-  int result = SendInternal(data, length);
+  if (data == nullptr || length < 0)
+    return 0;
+  QueueAttachment* queue = _attachments != nullptr ? _attachments->SenderAdd() : nullptr;
+  int result = IsLost(queue) ? SEND_LOCK_FAILED : MessageSend(queue, data, length);
   if (result == SEND_LOCK_FAILED) {
-    attached.unlock();
-    Reinitialize(attachment);
-    attached.lock();
-    result = SendInternal(data, length);
+    queue = Renew(queue);
+    result = MessageSend(queue, data, length);
   }
+  if (queue != nullptr)
+    _attachments->UserRemove(queue);
   return result == SEND_DONE ? 1 : 0;
 }
 
 // The queue may have been destroyed and made again by its owner: by key it is found again. Once for
-// all the threads that failed on one attachment; a creator's second try would find its own segment.
-void ShmMsgQImpl::Reinitialize(unsigned int attachment) {
-  const std::unique_lock detached(_attachmentLock);
-  if (_attachment != attachment)
-    return;
-  ++_attachment;
+// all the threads that failed on one attachment, or a creator's second try would find the segment
+// that its first one has just made. Whoever does not renew gets what the other thread made.
+QueueAttachment* ShmMsgQImpl::Renew(QueueAttachment* stale) {
+  if (!_attachments->RenewalBegin(stale)) {
+    _attachments->UserRemove(stale);
+    return _attachments->SenderAdd();
+  }
   Uninitialize();
   Initialize();
+  return _attachments->RenewalEnd();
 }
 
 int ShmMsgQImpl::SendInternal(const char* data, int length) {
   if (data == nullptr)
     return SEND_NULL_DATA;
-  if (length < 0 || _header == nullptr)
+  if (length < 0)
     return SEND_NO_SPACE;
-  if (NamedMutexTake(_mutexId) == 0) {
-    DiagnosticPrint(Diagnostic::SHARED_MEMORY, "VORN: TakeMutex failed.\n");
-    return SEND_LOCK_FAILED;
-  }
-  int result = MessageWrite(data, length);
-  if (result == SEND_DONE && NamedSemaphoreGive(_semaphoreId) == 0) {
-    DiagnosticPrint(Diagnostic::SHARED_MEMORY, "VORN: ReleaseSemaphore failed.\n");
-    result = SEND_LOCK_FAILED;
-  }
-  NamedMutexGive(_mutexId);
+  QueueAttachment* queue = _attachments != nullptr ? _attachments->SenderAdd() : nullptr;
+  const int result = MessageSend(queue, data, length);
+  if (queue != nullptr)
+    _attachments->UserRemove(queue);
   return result;
 }
 
-// Only for the holder of the mutex. Nothing of the message is visible before the last store.
-int ShmMsgQImpl::MessageWrite(const char* data, int length) {
-  const std::optional<RingOffsets> state = RingOffsetsLoad(_header, _capacity);
-  if (!state || !MessageFits(RingFreeGet(*state, _capacity), length))
+// Whether the queue was opened once and could not be opened anew since. A creator never tries
+// again: its segment is there still, or another creator's is.
+bool ShmMsgQImpl::IsLost(const QueueAttachment* queue) const {
+  return queue != nullptr && queue->header == nullptr && queue->mutexId != 0 && _isCreator == 0;
+}
+
+int ShmMsgQImpl::MessageSend(const QueueAttachment* queue, const char* data, int length) {
+  if (queue == nullptr || queue->header == nullptr)
     return SEND_NO_SPACE;
-  const std::int32_t word = length;
-  char* ring = RingGet(_header);
-  RingWrite(ring, _capacity, state->write, reinterpret_cast<const char*>(&word),
-            MESSAGE_LENGTH_SIZE);
-  const int payload = RingAdvance(state->write, MESSAGE_LENGTH_SIZE, _capacity);
-  RingWrite(ring, _capacity, payload, data, length);
-  OffsetStore(&_header->writeOffset, RingAdvance(payload, length, _capacity));  // see the top
-  return SEND_DONE;
+  if (NamedMutexTake(queue->mutexId) == 0) {
+    DiagnosticPrint(Diagnostic::SHARED_MEMORY, "VORN: TakeMutex failed.\n");
+    return SEND_LOCK_FAILED;
+  }
+  int result = MessageWrite(*queue, data, length) ? SEND_DONE : SEND_NO_SPACE;
+  if (result == SEND_DONE && NamedSemaphoreGive(queue->semaphoreId) == 0) {
+    DiagnosticPrint(Diagnostic::SHARED_MEMORY, "VORN: ReleaseSemaphore failed.\n");
+    result = SEND_LOCK_FAILED;
+  }
+  NamedMutexGive(queue->mutexId);
+  return result;
 }
 
+// A give that no message follows costs one turn; no message is missed, for it is looked for first.
+// Each turn asks anew which attachment to look at: the queue may have been opened anew meanwhile.
 int ShmMsgQImpl::Recv(char* buffer, int length) {
-  if (buffer == nullptr || length < 0)
+  if (length < 0 || (buffer == nullptr && length > 0))
     return -1;
-  std::shared_lock attached(_attachmentLock);
-  std::optional<RingOffsets> state = RingOffsetsLoad(_header, _capacity);
-  // A give that no message follows costs one turn; none is lost, for it is looked for first.
-  while (state && state->write == state->read) {
-    const int semaphore = _semaphoreId;
-    attached.unlock();
-    if (NamedSemaphoreTake(semaphore) == 0)
+  for (;;) {
+    QueueAttachment* queue = _attachments != nullptr ? _attachments->ReceiverAdd() : nullptr;
+    if (queue == nullptr)
       return -1;
-    attached.lock();
-    state = RingOffsetsLoad(_header, _capacity);
+    int copied = -1;
+    const Look look = MessageRead(*queue, buffer, length, &copied);
+    const bool isWoken = look == Look::EMPTY && NamedSemaphoreTake(queue->semaphoreId) != 0;
+    _attachments->UserRemove(queue);
+    if (!isWoken)
+      return copied;
   }
-  const std::optional<int> sent =
-      state ? MessageLengthGet(_header, _capacity, *state) : std::nullopt;
-  if (!sent)
-    return -1;
-  const int payload = RingAdvance(state->read, MESSAGE_LENGTH_SIZE, _capacity);
-  ReadOffsetSet(_header, payload);
-  const int copied = std::min(length, *sent);
-  RingRead(RingGet(_header), _capacity, payload, buffer, copied);
-  ReadOffsetSet(_header, RingAdvance(payload, *sent, _capacity));
-  return copied;
 }
 
-int ShmMsgQImpl::IsValid() {
-  const std::shared_lock attached(_attachmentLock);
-  return _shm != nullptr && _header != nullptr ? 1 : 0;
-}
+int ShmMsgQImpl::IsValid() { return _attachments != nullptr && _attachments->IsAttached() ? 1 : 0; }
 
-// The sets go first, under the shared lock: that ends the sends and waits of other threads, which
-// may go on for ever when a holder of the mutex is dead. They do not attach anew, since what they
-// were attached to is over.
+// The sets go first: that ends the sends and waits of other threads, which may last for ever when a
+// holder of the mutex is dead. They do not attach anew, since the end has begun.
 void ShmMsgQImpl::Destroy() {
-  {
-    const std::shared_lock attached(_attachmentLock);
-    ++_attachment;
-    NamedMutexDelete(_mutexId);
-    NamedSemaphoreDelete(_semaphoreId);
-  }
-  const std::unique_lock detached(_attachmentLock);
+  if (_attachments == nullptr || !_attachments->EndBegin())
+    return;
+  const bool waitsEnd = SetRemove(_mutexId) & SetRemove(_semaphoreId);
+  LostSegmentRemove();
+  _attachments->End(waitsEnd);
   _mutexId = 0;
   _semaphoreId = 0;
-  ShMDelete(_shm, 1);
   _shm = nullptr;
   _header = nullptr;
 }
 
-// Bytes of the ring; 0 when the attached segment is smaller than its length word says, or that is
-// too little for a queue or more than offsets can count. The word is read once: another process can
-// change it between a check and a use.
+// A creator whose send was interrupted has detached from a segment that it cannot make again. It is
+// still this queue's, unless somebody else has removed it: then its key is another one's, or none.
+void ShmMsgQImpl::LostSegmentRemove() const {
+  const int segment = _attachments->madeSegmentId;
+  if (_shm == nullptr && segment >= 0 && shmget(SegmentKeyGet(_id), 0, 0) == segment)
+    shmctl(segment, IPC_RMID, nullptr);
+}
+
+// Bytes of the ring; 0 when the attached segment cannot hold a queue. The length word is read once:
+// another process can change it between a check and a use.
 int ShmMsgQImpl::CapacityGet() const {
   const unsigned int length = ShMLengthGet(_shm);
   return SegmentCheck(_shm->size, length) == SegmentFault::NONE

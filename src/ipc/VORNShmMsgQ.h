@@ -4,10 +4,11 @@
 #include "ipc/VORNShmem.h"
 #include "platform/VornExport.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <shared_mutex>
+
+class QueueAttachments;
+struct QueueAttachment;
 
 /// A queue of messages of any length from many senders to one receiver, in any processes of one
 /// host that agree on an integer, the queue id. It lives in a shared segment as a ring of
@@ -15,9 +16,12 @@
 /// the receiver. docs/queue-layout.md describes all of it byte by byte.
 ///
 /// Threads: any number of senders in any processes, one receiver per queue. One object serves any
-/// number of sending threads and one receiving thread of its process. `Destroy` ends what they wait
-/// for with a failure; no thread begins a send meanwhile, and none uses the object when it is
-/// deleted.
+/// number of sending threads and one receiving thread of its process, and `Destroy` may come from
+/// any thread at any moment. `IsValid` and `SpaceGet` never wait. No thread uses the object when it
+/// is deleted.
+///
+/// Append only: the order of virtual operations and of fields is part of what programs link
+/// against.
 class VORN_API ShmMsgQ {
 public:
   ShmMsgQ(int refCount, int id);
@@ -30,26 +34,34 @@ public:
   /// Appends one message of `length` bytes (0 or more). Returns 1; or 0 when there is no room (it
   /// does not wait), `data` is null, `length` negative, the queue invalid or its header damaged.
   ///
-  /// When the mutex cannot be taken (a signal, a deleted set) or the semaphore not be given, a line
-  /// is printed at level > 1, the queue is opened anew by its id and the message is sent once more;
-  /// after a failed give it is then in the queue twice. When the opening fails, which it always
-  /// does for the creator of a queue that still exists, the object becomes invalid for good.
+  /// When the mutex cannot be taken (a signal, a removed set) or the semaphore cannot be given, a
+  /// line is printed at level > 1, the queue is opened anew by its id and the message is sent once
+  /// more. After a failed give it is then in the queue twice. Threads of this process that send at
+  /// that moment wait for the new opening and use it; those that are sending already are not
+  /// disturbed. When the opening fails, the result is 0 and the object is invalid. An object that
+  /// has opened its queue tries again at each later send, and is valid again when the queue has
+  /// been made again. The creator of a queue that still exists cannot make it anew: its object
+  /// stays invalid.
   virtual int Send(const char* data, int length) = 0;
 
-  /// Takes the oldest message, waiting for one, and copies at most `length` bytes of it; the rest
-  /// is lost. Returns the bytes copied; or -1, with nothing taken, when the wait failed (a signal,
-  /// a deleted set), for a null buffer, a negative length, an invalid queue, and a header or
-  /// message that another process has damaged. Damage stays: every later call returns -1 without
-  /// waiting.
+  /// Removes the oldest message from the queue, waiting for one, and copies at most `length` bytes
+  /// of it; the rest is lost. Returns the bytes copied; or -1, with nothing removed, when the wait
+  /// failed (a signal, a removed set), for a null buffer with a length above 0, a negative length,
+  /// an invalid queue, and a header or message that another process has damaged. Damage stays:
+  /// every later call returns -1 without waiting.
+  ///
+  /// When a sending thread of this object has opened the queue anew after its owner had removed it,
+  /// a receiving thread first gets the messages that are left of the removed queue.
   virtual int Recv(char* buffer, int length) = 0;
 
   /// 1 while the object is attached to its queue, else 0. Ask after construction.
   virtual int IsValid() = 0;
 
-  /// Removes mutex, semaphore and segment from the host and leaves this object invalid. Those who
-  /// wait for the queue fail. An object that a failed send made invalid no longer knows the
-  /// segment: it removes mutex and semaphore, and the segment stays until another object destroys
-  /// it.
+  /// Removes mutex, semaphore and segment from the host and leaves this object invalid for good,
+  /// whatever its other threads are doing: their waits fail, and it returns after the last of them
+  /// has left the queue. Messages that wait in the queue are lost. Other processes find the queue
+  /// gone when they next send or wait. Without permission to remove the sets, nothing wakes the
+  /// threads that wait; they are left alone, and the last of them detaches.
   virtual void Destroy() = 0;
 
   /// Prints queue id and reference count, whatever the verbosity.
@@ -68,7 +80,7 @@ protected:
   int _isCreator;  ///< 1: this object made the shared objects; 0: it opened them
 };
 
-/// What a queue's segment begins with, behind its length word. Host byte order; each word is read
+/// What a queue's segment begins with, after its length word. Host byte order; each word is read
 /// and written whole. Both are positions in the ring, 0 to capacity - 1; equal ones mean an empty
 /// queue, so one byte of the ring always stays free.
 struct ShmMsgQHeader {
@@ -79,6 +91,7 @@ static_assert(offsetof(ShmMsgQHeader, writeOffset) == 0 &&
               offsetof(ShmMsgQHeader, readOffset) == 4 && sizeof(ShmMsgQHeader) == 8);
 
 /// The queue over System V objects. Construction never fails outright: ask `IsValid`.
+/// Append only, as its base.
 class VORN_API ShmMsgQImpl : public ShmMsgQ {
 public:
   /// Makes a queue with `size` bytes for messages and their 4-byte lengths, 0 to 2147483646. It is
@@ -116,7 +129,9 @@ protected:
   void Uninitialize();
   int SendInternal(const char* data, int length);
 
-  ShMHandle* _shm = nullptr;         ///< owned; null: not attached
+  // What the object was attached to last. Written by the one thread that attaches or destroys;
+  // operations work with the copy that `_attachments` keeps for them.
+  ShMHandle* _shm = nullptr;         ///< owned by `_attachments`; null: not attached
   ShmMsgQHeader* _header = nullptr;  ///< in the segment; the ring follows it
   int _mutexId = 0;
   int _semaphoreId = 0;
@@ -124,14 +139,13 @@ protected:
 
 private:
   VORN_LOCAL int CapacityGet() const;
-  VORN_LOCAL int MessageWrite(const char* data, int length);
-  VORN_LOCAL void Reinitialize(unsigned int attachment);
+  VORN_LOCAL int Attach();
+  VORN_LOCAL static int MessageSend(const QueueAttachment* queue, const char* data, int length);
+  VORN_LOCAL bool IsLost(const QueueAttachment* queue) const;
+  VORN_LOCAL QueueAttachment* Renew(QueueAttachment* stale);
+  VORN_LOCAL void LostSegmentRemove() const;
 
-  /// Held shared by whoever works with the fields above or in the segment, a receiver's wait
-  /// excepted; alone by whoever attaches or detaches, so that nothing is unmapped under a receiver.
-  mutable std::shared_mutex _attachmentLock;
-  /// Changes with each re-initialisation, and with `Destroy`, after which there is none.
-  std::atomic<unsigned int> _attachment{0};
+  QueueAttachments* _attachments;  ///< owned; null: there was no memory, the object is invalid
 };
 
 #endif

@@ -45,14 +45,16 @@ bool SegmentMake(ShMHandle* handle, int key, std::uint32_t length) {
   return true;
 }
 
-// Only the kernel knows how large a segment really is: its length word can say anything.
+// Only the kernel knows how large a segment really is: its length word can say anything. It also
+// knows of a removal between the look by key and the attaching, after which nobody else would ever
+// see what is written here.
 bool SegmentFind(ShMHandle* handle, int key) {
   handle->id = shmget(key, 0, 0);
   shmid_ds state{};
   if (handle->id < 0 || !SegmentAttach(handle) || shmctl(handle->id, IPC_STAT, &state) < 0)
     return false;
   handle->size = state.shm_segsz;
-  return handle->size >= SHM_LENGTH_WORD_SIZE;
+  return handle->size >= SHM_LENGTH_WORD_SIZE && (state.shm_perm.mode & SHM_DEST) == 0;
 }
 
 bool CopyIsInBounds(ShMHandle* handle, const void* memory, unsigned int count) {

@@ -14,7 +14,7 @@
 /// Processes attach a segment at different addresses: never put a pointer into one. The library
 /// takes no lock; whoever uses the data area keeps others away.
 
-/// Bytes of a segment in front of its data area.
+/// Bytes of a segment before its data area.
 inline constexpr unsigned int SHM_LENGTH_WORD_SIZE = 4;
 
 /// What one process knows of one segment. Made by `ShMNew` or `ShMOpen`, freed by `ShMDelete`
@@ -33,7 +33,7 @@ struct ShMHandle {
 VORN_API ShMHandle* ShMNew(int key, unsigned int length);
 
 /// Attaches the segment of `key`. Returns a handle; or null, with a line at level > 1, when there
-/// is none, it is too small to hold its length, or it cannot be attached.
+/// is none, it is being removed, it is too small to hold its length, or it cannot be attached.
 VORN_API ShMHandle* ShMOpen(int key);
 
 /// Detaches and frees the handle; with a non-zero `destroy` also removes the segment from the host,
