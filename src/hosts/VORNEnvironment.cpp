@@ -1,5 +1,6 @@
 #include "hosts/VORNEnvironment.h"
 
+#include "net/miscIPUtils.h"
 #include "utils/internal/Diagnostics.h"
 
 #include <algorithm>
@@ -21,7 +22,6 @@ constexpr char COMMENT_START = '#';
 constexpr std::size_t BLOCK_SIZE = 63;
 // Blanks and comments fill no buffer, so a device or pipe could go on with them for ever.
 constexpr int BLOCK_LIMIT = 1 << 18;
-constexpr unsigned int HOST_MASK = 0xFFFFFFFFU;
 
 // Filters the file into `buffer`, `limit` bytes at most. Returns the bytes kept. What went wrong
 // is told, and is in the stream's error flag.
@@ -140,10 +140,10 @@ FILE* VornFileOpen(const char* path, const char* mode) {
 unsigned int VornHostMaskGet(char* entry) {
   char* slash = entry != nullptr ? std::strchr(entry, '/') : nullptr;
   if (slash == nullptr)
-    return HOST_MASK;
-  unsigned int mask = HOST_MASK;
+    return VORN_HOST_MASK;
+  unsigned int mask = VORN_HOST_MASK;
   if (std::sscanf(slash + 1, "%8x", &mask) != 1)
-    mask = HOST_MASK;
+    mask = VORN_HOST_MASK;
   *slash = '\0';
   return mask;
 }

@@ -1,11 +1,10 @@
 #include "hosts/VORNHostMask.h"
 
 #include "net/VORNDGram.h"
+#include "net/miscIPUtils.h"
 
 namespace {
 
-constexpr unsigned int LOOPBACK_ADDRESS = 0x7F000001U;
-constexpr unsigned int HOST_MASK = 0xFFFFFFFFU;
 constexpr unsigned int EVERY_ADDRESS_MASK = 0;
 
 const VORNHostMask* EntryGet(const HTNodeClass* node) {
@@ -24,13 +23,13 @@ void InterfacesPrune(HTClass* table) {
   VORNSubnetMatchChecker checker(0);
   for (int i = 0; i < VORN_NIC_COUNT; ++i) {
     VORNNICProperties& nic = VORN_NIC[i];
-    if (i > 0 && nic.address == LOOPBACK_ADDRESS)
+    if (i > 0 && nic.address == VORN_LOOPBACK_ADDRESS)
       continue;
     checker.ResetHostIp(nic.address);
     const bool inside = SubnetsWalk(table, checker);
     if (i == 0 && checker.SawSubnet() == 0)
       return;
-    if (!inside && nic.address != LOOPBACK_ADDRESS)
+    if (!inside && nic.address != VORN_LOOPBACK_ADDRESS)
       nic.flags &= ~static_cast<std::uint32_t>(NIC_UP);
   }
 }
@@ -84,9 +83,9 @@ int VORNHostMaskMatchChecker::Node(const HTKeyClass* /*key*/, HTNodeClass* node,
   const VORNHostMask* entry = EntryGet(node);
   if (entry == nullptr)
     return 1;
-  const bool isHost = entry->mask == HOST_MASK;
+  const bool isHost = entry->mask == VORN_HOST_MASK;
   (isHost ? _sawHost : _sawSubnet) = 1;
-  if (_skipLoopbackRule == 0 && entry->address == LOOPBACK_ADDRESS &&
+  if (_skipLoopbackRule == 0 && entry->address == VORN_LOOPBACK_ADDRESS &&
       VORNDGramClass::NICIsThisNodeIP(_ip) != 0)
     return 0;
   if ((_ip & entry->mask) == entry->address)
@@ -116,7 +115,7 @@ int VORNSubnetMatchChecker::LevelExit(const HTKeyClass* /*key*/, HTClass* /*tabl
 
 int VORNSubnetMatchChecker::Node(const HTKeyClass* /*key*/, HTNodeClass* node, int /*level*/) {
   const VORNHostMask* entry = EntryGet(node);
-  if (entry == nullptr || entry->mask == EVERY_ADDRESS_MASK || entry->mask == HOST_MASK)
+  if (entry == nullptr || entry->mask == EVERY_ADDRESS_MASK || entry->mask == VORN_HOST_MASK)
     return 1;
   _sawSubnet = 1;
   return (_ip & entry->mask) == entry->address ? 0 : 1;
@@ -153,7 +152,7 @@ int VornHostKeyMatch(int countA, unsigned int* listA, int countB, unsigned int* 
   for (int i = 0; i < countA; ++i) {
     if (!ListHolds(listB, countB, listA[i]))
       continue;
-    if (listA[i] != LOOPBACK_ADDRESS || loopbackCheckAddress == LOOPBACK_ADDRESS ||
+    if (listA[i] != VORN_LOOPBACK_ADDRESS || loopbackCheckAddress == VORN_LOOPBACK_ADDRESS ||
         VORNDGramClass::NICIsThisNodeIP(localCheckAddress) != 0)
       return 1;
   }

@@ -139,11 +139,11 @@ int VORNDGramClass::NICIsThisNodeIP(unsigned int address) {
   for (int i = 0; VORN_NIC != nullptr && i < VORN_NIC_COUNT; ++i)
     if (VORN_NIC[i].address == address)
       return 1;
-  return address == INADDR_LOOPBACK ? 1 : 0;
+  return address == VORN_LOOPBACK_ADDRESS ? 1 : 0;
 }
 
 unsigned int VORNDGramClass::NICHostIPMap(unsigned int address) {
-  return NICIsThisNodeIP(address) != 0 ? INADDR_LOOPBACK : address;
+  return NICIsThisNodeIP(address) != 0 ? VORN_LOOPBACK_ADDRESS : address;
 }
 
 int VORNDGramClass::NICIsMulticastSupported() {

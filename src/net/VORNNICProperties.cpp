@@ -91,10 +91,10 @@ bool InterfacesTake(int descriptor, VORNNICProperties* table, int* count) {
 int NicDefaultGet(VORNNICProperties* table, int* count) {
   if (table == nullptr || count == nullptr)
     return 0;
-  char name[64] = {};
+  char name[VORN_HOST_NAME_SIZE] = {};
   const bool named = VornHostNameGet(name, sizeof name) != nullptr;
   table[0] = {NIC_UP | NIC_MULTICAST | NIC_BROADCAST, named ? VornStringToAddress(name) : 0};
-  table[1] = {NIC_UP | NIC_MULTICAST | NIC_LOOPBACK | NIC_BROADCAST, INADDR_LOOPBACK};
+  table[1] = {NIC_UP | NIC_MULTICAST | NIC_LOOPBACK | NIC_BROADCAST, VORN_LOOPBACK_ADDRESS};
   *count = 2;
   return 1;
 }

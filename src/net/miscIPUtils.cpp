@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr int HOST_NAME_LIMIT = 63;
-
 unsigned int NameResolve(const char* name) {
   const hostent* host = gethostbyname(name);
   if (host == nullptr || host->h_addrtype != AF_INET || host->h_addr_list[0] == nullptr) {
@@ -48,9 +46,10 @@ const char* VornAddressToStringPrintable(unsigned int address, char* buffer) {
 }
 
 unsigned int VornStringToAddress(const char* text) {
-  char ownName[HOST_NAME_LIMIT + 1] = {};
+  // One byte stays out of the system's reach: the name always ends.
+  char ownName[VORN_HOST_NAME_SIZE] = {};
   if (text == nullptr)
-    text = VornHostNameGet(ownName, HOST_NAME_LIMIT);
+    text = VornHostNameGet(ownName, VORN_HOST_NAME_SIZE - 1);
   if (text == nullptr)
     return 0;
   unsigned int a = 0;

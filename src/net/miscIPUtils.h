@@ -12,6 +12,13 @@
 /// No state is kept. Any thread may call these; name resolution is only as safe between threads as
 /// the system's `gethostbyname`.
 
+/// 127.0.0.1, the address by which a host reaches itself.
+inline constexpr unsigned int VORN_LOOPBACK_ADDRESS = 0x7F000001;
+/// The mask of a single host: every bit of an address counts.
+inline constexpr unsigned int VORN_HOST_MASK = 0xFFFFFFFF;
+/// Bytes, terminator included, that the library reads this host's own name into.
+inline constexpr int VORN_HOST_NAME_SIZE = 64;
+
 /// Bytes, terminator included, that the caller provides for an address and for one with a port.
 inline constexpr int VORN_ADDRESS_TEXT_SIZE = 16;
 inline constexpr int VORN_ADDRESS_PORT_TEXT_SIZE = 28;
