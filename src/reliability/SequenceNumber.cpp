@@ -32,7 +32,11 @@ SequenceNumber::SequenceNumber(long newHigh, unsigned long newLow) { Set(newHigh
 
 SequenceNumber::SequenceNumber(int value) { Set(value); }
 
-void SequenceNumber::Set(long value) { *this = NumberOf(PairOf(static_cast<std::int32_t>(value))); }
+// The sign is that of the whole long: 4294967295 is a positive number where a long can hold it.
+void SequenceNumber::Set(long value) {
+  high = value < 0 ? -1 : 0;
+  low = static_cast<std::uint32_t>(value);
+}
 
 void SequenceNumber::Set(long newHigh, unsigned long newLow) {
   *this = NumberOf(WordPairFromMagnitude(static_cast<std::int32_t>(newHigh),

@@ -9,7 +9,8 @@ struct VORNCDRStream;
 
 /// A 64-bit signed sequence number as two words: `high` * 2^32 + `low`. A plain value; it allocates
 /// nothing and takes no lock, every operation takes constant time and all arithmetic wraps.
-/// Arguments of type `long` are read by their low 32 bits, on every host.
+/// The two halves that an operation takes as `long` and `unsigned long` are read by their low 32
+/// bits, on every host.
 class VORN_API SequenceNumber {
 public:
   std::int32_t high = 0;
@@ -25,7 +26,9 @@ public:
   /// What `Set(value)` stores.
   SequenceNumber(int value);
 
-  /// Sets the number to `value`.
+  /// Sets `high` to -1 when `value` is negative and to 0 otherwise, and `low` to the low 32 bits of
+  /// `value`. So the number equals every `value` from -4294967296 to 4294967295; where `long` is
+  /// wider, the bits above are lost.
   void Set(long value);
   /// Sets the number from a sign and a magnitude: the sign of `high` applies to the whole, so (-1,
   /// 5) is -(2^32 + 5) and is stored as high -2, low 4294967291.

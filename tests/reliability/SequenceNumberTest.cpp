@@ -73,8 +73,26 @@ TEST(SequenceNumber, ReadsPairsAsSignAndMagnitudeAndShowsThem) {
   }
   SequenceNumber number(4, 4);
   EXPECT_EQ(number.ToString(nullptr, 26), nullptr);
-  number.Set(ABOVE_32_BITS - 3);  // the low 32 bits of a long: -3
-  EXPECT_EQ(Joined(number), 0 - 3ULL);
+}
+
+TEST(SequenceNumber, IsSetFromTheSignOfAWholeLongAndItsLowWord) {
+  constexpr bool IS_NARROW = sizeof(long) == 4;
+  struct Row {
+    long value;
+    std::int32_t high;
+    std::uint32_t low;
+  };
+  const Row rows[] = {
+      {-3, -1, 4294967293},
+      {ABOVE_32_BITS - 1, IS_NARROW ? -1 : 0, 4294967295},
+      {5 - ABOVE_32_BITS, IS_NARROW ? 0 : -1, 5},
+  };
+  for (const Row& row : rows) {
+    SequenceNumber number(4, 4);
+    number.Set(row.value);
+    EXPECT_EQ(number.high, row.high) << row.value;
+    EXPECT_EQ(number.low, row.low) << row.value;
+  }
 }
 
 }  // namespace
