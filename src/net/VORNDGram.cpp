@@ -2,23 +2,16 @@
 
 #include "net/internal/SelectTime.h"
 #include "net/miscIPUtils.h"
-#include "platform/KelThread.h"
 #include "platform/VornCDRStream.h"
 #include "utils/internal/Diagnostics.h"
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <new>
 
 #include <netinet/in.h>
 #include <sys/select.h>
 #include <unistd.h>
-
-VORNNICProperties* VORN_NIC = nullptr;
-int VORN_NIC_COUNT = 0;
-int VORNDGramClass::NICReferenceCount = 0;
 
 namespace {
 
@@ -79,79 +72,9 @@ void SocketAdopt(KELSocketRecord* record, int descriptor) {
   record->descriptor = descriptor;
 }
 
-VORNRecvMulticastGroupManager* GroupManagerNew() {
-  auto* manager = new (std::nothrow) VORNRecvMulticastGroupManager;
-  if (manager != nullptr && manager->IsValid() == 0) {
-    delete manager;
-    return nullptr;
-  }
-  return manager;
-}
-
 }  // namespace
 
 VORNDGramClass::~VORNDGramClass() = default;
-
-int VORNDGramClass::NICInitialize() {
-  KelThreadLock();
-  const bool countable = NICReferenceCount < INT_MAX;
-  if (VORN_NIC == nullptr && countable)
-    VORN_NIC =
-        static_cast<VORNNICProperties*>(std::calloc(VORN_NIC_CAPACITY, sizeof(VORNNICProperties)));
-  if (VORN_NIC == nullptr || !countable) {
-    KelThreadUnlock();
-    return 0;
-  }
-  if (VORN_NIC_COUNT <= 0)
-    NicInterfaceGet(VORN_NIC, &VORN_NIC_COUNT);
-  if (NICReferenceCount < 0)
-    NICReferenceCount = 0;
-  ++NICReferenceCount;
-  KelThreadUnlock();
-  return 1;
-}
-
-int VORNDGramClass::NICDestroy() {
-  KelThreadLock();
-  const bool unmatched = NICReferenceCount <= 0;
-  if (!unmatched) {
-    --NICReferenceCount;
-    if (VORN_NIC != nullptr && NICReferenceCount == 0) {
-      std::free(VORN_NIC);
-      VORN_NIC = nullptr;
-      VORN_NIC_COUNT = 0;
-    }
-  }
-  const int references = NICReferenceCount;
-  KelThreadUnlock();
-  if (!unmatched)
-    return 1;
-  DiagnosticPrint(Diagnostic::NOTE,
-                  "%s can't destroy NIC list, refcount already %d (too many calls to "
-                  "VornAppDestroy?)\n",
-                  WarnPreUtilsInit, references);
-  return 0;
-}
-
-int VORNDGramClass::NICIsValid() { return VORN_NIC != nullptr && VORN_NIC_COUNT > 0 ? 1 : 0; }
-
-int VORNDGramClass::NICIsThisNodeIP(unsigned int address) {
-  for (int i = 0; VORN_NIC != nullptr && i < VORN_NIC_COUNT; ++i)
-    if (VORN_NIC[i].address == address)
-      return 1;
-  return address == VORN_LOOPBACK_ADDRESS ? 1 : 0;
-}
-
-unsigned int VORNDGramClass::NICHostIPMap(unsigned int address) {
-  return NICIsThisNodeIP(address) != 0 ? VORN_LOOPBACK_ADDRESS : address;
-}
-
-int VORNDGramClass::NICIsMulticastSupported() {
-  for (int i = 0; VORN_NIC != nullptr && i < VORN_NIC_COUNT; ++i)
-    if (VornNicIsMulticastCapable(VORN_NIC[i]))
-      return 1;
-  return 0;
-}
 
 void VornDGramPropertiesDefaultGet(VORNDGramProperties* properties) {
   if (properties == nullptr)
@@ -164,8 +87,9 @@ VORNDGram::VORNDGram(int recvMulticast, int optionMask, VORNDGramProperties* pro
                      int socketDescriptor)
     : KELDGram(), _recvGroupManager(nullptr) {
   if (recvMulticast != 0)
-    _recvGroupManager = GroupManagerNew();
-  const bool listed = recvMulticast == 0 || _recvGroupManager != nullptr;
+    _recvGroupManager = new (std::nothrow) VORNRecvMulticastGroupManager;
+  const bool listed =
+      recvMulticast == 0 || (_recvGroupManager != nullptr && _recvGroupManager->IsValid() != 0);
   if (!listed || KelDGramInitialize(this) == 0) {
     delete _recvGroupManager;
     _recvGroupManager = nullptr;

@@ -1,4 +1,5 @@
-#include "net/VORNDGram.h"
+#include "net/VORNRecvMulticastGroup.h"
+
 #include "net/miscIPUtils.h"
 #include "platform/DequeVoid.h"
 
