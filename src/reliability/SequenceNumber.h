@@ -26,9 +26,19 @@ public:
   /// What `Set(value)` stores.
   SequenceNumber(int value);
 
+  /// The number with the value `value`. Every 64-bit value has one.
+  static SequenceNumber FromInteger(std::int64_t value) {
+    SequenceNumber number;
+    number.high = static_cast<std::int32_t>(value >> 32);
+    number.low = static_cast<std::uint32_t>(value);
+    return number;
+  }
+  /// The value as one integer: `FromInteger(n.IntegerGet())` equals `n`.
+  std::int64_t IntegerGet() const { return high * (std::int64_t{1} << 32) + low; }
+
   /// Sets `high` to -1 when `value` is negative and to 0 otherwise, and `low` to the low 32 bits of
   /// `value`. So the number equals every `value` from -4294967296 to 4294967295; where `long` is
-  /// wider, the bits above are lost.
+  /// wider, the bits above are lost. `FromInteger` takes all 64.
   void Set(long value);
   /// Sets the number from a sign and a magnitude: the sign of `high` applies to the whole, so (-1,
   /// 5) is -(2^32 + 5) and is stored as high -2, low 4294967291.

@@ -6,7 +6,6 @@
 
 #include "time/VORNNtpTime.h"
 
-#include "platform/KelNtpTime.h"
 #include "platform/VornCDRStream.h"
 #include "utils/internal/CDRLayout.h"
 #include "utils/internal/WordPair.h"
@@ -113,7 +112,7 @@ char* VORNNtpTime::ToString(char* buffer, unsigned int size) const {
   if (size < TEXT_SIZE || buffer == nullptr)
     return nullptr;
   if (sec >= 0) {
-    const KELNtpTime time{sec, frac};
+    const KELNtpTime time = KelTimeGet();
     return KelNtpTimeToString(&time, buffer);
   }
   const VORNNtpTime magnitude = Absolute();

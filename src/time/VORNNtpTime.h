@@ -1,8 +1,10 @@
 #ifndef TIME_VORN_NTP_TIME_H
 #define TIME_VORN_NTP_TIME_H
 
+#include "platform/KelNtpTime.h"
 #include "platform/VornExport.h"
 
+#include <cmath>
 #include <cstdint>
 
 struct VORNCDRStream;
@@ -47,6 +49,27 @@ public:
     time.frac = frac;
     return time;
   }
+
+  /// The time that a value of the lower layer stands for: the same two words.
+  static VORNNtpTime FromKelTime(const KELNtpTime& time) { return FromWords(time.sec, time.frac); }
+  /// The same time for an operation of the lower layer.
+  KELNtpTime KelTimeGet() const { return {sec, frac}; }
+
+  /// The time of `seconds`, rounded down to a multiple of 2^-32 s. The infinite time from
+  /// 2147483648 on, the most negative time below -2147483648, and zero for what is not a number.
+  static VORNNtpTime FromSeconds(double seconds) {
+    if (std::isnan(seconds))
+      return VORNNtpTime();
+    if (seconds >= 2147483648.0)
+      return Infinite();
+    if (seconds < -2147483648.0)
+      return FromWords(INT32_MIN, 0);
+    const auto units = static_cast<std::int64_t>(std::floor(seconds * 4294967296.0));
+    return FromWords(static_cast<std::int32_t>(units >> 32), static_cast<std::uint32_t>(units));
+  }
+  /// The time in seconds, as the nearest `double`: up to 2^21 s that is exact, at the ends of the
+  /// range it is 2^-23 s away at most. The infinite time is 2147483648.
+  double SecondsGet() const { return sec + frac / 4294967296.0; }
 
   /// Sets the time from a sign and a magnitude: the sign of `seconds` applies to the whole, so
   /// (-1, 500000000 ns) is -1.5 s. `count` is less than one second in its unit; a larger one wraps.

@@ -1,4 +1,5 @@
-#include "reliability/Numbers.h"
+#include "reliability/SequenceNumber.h"
+
 #include "support/ScriptedLayer.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,7 @@ namespace {
 constexpr long ABOVE_32_BITS = static_cast<long>(1LL << 32);
 
 std::uint64_t Joined(const SequenceNumber& number) {
-  return static_cast<std::uint64_t>(Value(number));
+  return static_cast<std::uint64_t>(number.IntegerGet());
 }
 
 TEST(SequenceNumber, ComputesAndOrdersLikeA64BitInteger) {
@@ -22,14 +23,17 @@ TEST(SequenceNumber, ComputesAndOrdersLikeA64BitInteger) {
     edges.insert(edges.end(), {power - 1, power, power + 1, 1 - power, 0 - power, 0 - power - 1});
   for (const std::uint64_t a : edges) {
     const auto x = static_cast<std::int64_t>(a);
-    const SequenceNumber number = Number(x);
+    const SequenceNumber number = SequenceNumber::FromInteger(x);
+    EXPECT_EQ(number.low, static_cast<std::uint32_t>(a));
+    EXPECT_EQ(static_cast<std::uint32_t>(number.high), a >> 32);
+    EXPECT_EQ(number.IntegerGet(), x);
     EXPECT_EQ(Joined(number.Absolute()), x < 0 ? 0 - a : a);
     SequenceNumber counter = number;
     EXPECT_EQ(Joined(counter++), a);
     EXPECT_EQ(Joined(counter), a + 1);
     for (const std::uint64_t b : edges) {
       const auto y = static_cast<std::int64_t>(b);
-      const SequenceNumber other = Number(y);
+      const SequenceNumber other = SequenceNumber::FromInteger(y);
       EXPECT_EQ(Joined(number + other), a + b);
       EXPECT_EQ(Joined(number - other), a - b);
       EXPECT_EQ(number.Distance(other),

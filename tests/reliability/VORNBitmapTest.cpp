@@ -1,6 +1,5 @@
 #include "reliability/VORNBitmap.h"
 
-#include "reliability/Numbers.h"
 #include "support/ScriptedSystem.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +21,7 @@ struct Model {
   int size;
   std::vector<bool> bits;
 
-  explicit Model(const Bitmap& bitmap) : lead(Value(bitmap.lead)), size(bitmap.size) {
+  explicit Model(const Bitmap& bitmap) : lead(bitmap.lead.IntegerGet()), size(bitmap.size) {
     for (int k = 0; k < 256; ++k)
       bits.push_back((bitmap.words[k / 32] >> (31 - k % 32) & 1) != 0);
   }
@@ -74,7 +73,7 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
     // Leads that end with the range of numbers, too. Words of noise, or equal bits with odd ones.
     const int size = round % 257, style = pick(4), operation = pick(5), value = pick(2);
     const std::int64_t first = style == 0 ? INT64_MAX - size : pick(9) + (1LL << 32) - 99;
-    bitmap.Init(Number(first), 256, value);
+    bitmap.Init(SequenceNumber::FromInteger(first), 256, value);
     for (int i = 0; i < 8 && style > 1; ++i)
       bitmap.words[i] = style == 2 ? static_cast<std::uint32_t>(random()) : ONES >> (random() % 32);
     for (const int odd : {size, size - pick(2), pick(256)})
@@ -88,13 +87,13 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
     int bit = 7;
     EXPECT_EQ(bitmap.BitInRange(sn) + bitmap.BitGet(sn, &bit), inRange ? 2 : 0);
     EXPECT_EQ(bit, inRange ? *model.At(k) : 7);
-    EXPECT_EQ(Value(bitmap.BitMaxGet()), model.lead + (size - 1));
+    EXPECT_EQ(bitmap.BitMaxGet().IntegerGet(), model.lead + (size - 1));
     EXPECT_EQ(Text(bitmap), model.Text());
     for (const int wanted : {0, 1, 2, -1}) {
       const bool searched = inRange || (k == 0 && size == 0);
       SequenceNumber found = sn;  // searched from and stored to alike
       EXPECT_EQ(bitmap.BitFirstGet(found, wanted, &found), searched);
-      EXPECT_EQ(Value(found) - model.lead, searched ? model.First(k, wanted) : 0);
+      EXPECT_EQ(found.IntegerGet() - model.lead, searched ? model.First(k, wanted) : 0);
       EXPECT_EQ(bitmap.Has(wanted), model.First(0, wanted != 0) < size);
     }
     Model copied(copy);  // behind the words in use the copy keeps its own
@@ -137,7 +136,7 @@ TEST(Bitmap, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   EXPECT_EQ(bitmap.LeadMove(SequenceNumber(1, 0)) + bitmap.size, 1);
   EXPECT_EQ(bitmap.lead, SequenceNumber(0, INT_MAX));
   // The range of numbers ends within this one.
-  Bitmap beyond(9, Number(INT64_MAX - 8), 1);
+  Bitmap beyond(9, SequenceNumber::FromInteger(INT64_MAX - 8), 1);
   SequenceNumber first;
   EXPECT_EQ(beyond.BitSet(beyond.lead, 0) + beyond.Truncate(beyond.lead) +
                 beyond.BitFirstGet(beyond.lead, 1, &first),

@@ -2,6 +2,7 @@
 
 #include "platform/KelMutex.h"
 #include "support/ScriptedLayer.h"
+#include "time/VORNNtpTime.h"
 
 #include <gtest/gtest.h>
 
@@ -121,11 +122,14 @@ TEST_F(Clock, NeverRunsBackwardsUnderManyThreads) {
   };
   std::barrier meeting(THREADS, [&]() noexcept { readings = 0, ++phase; });
   const auto read = [&] {
-    KELNtpTime before, time;
-    for (int reading = 1; reading <= PHASES * READINGS; ++reading, before = time) {
+    VORNNtpTime before;
+    for (int reading = 1; reading <= PHASES * READINGS; ++reading) {
+      KELNtpTime time;
       clock.TimeGet(&time);
-      if (time.sec < before.sec || (time.sec == before.sec && time.frac < before.frac))
+      const VORNNtpTime now = VORNNtpTime::FromKelTime(time);
+      if (now < before)
         ++falls;
+      before = now;
       if (reading % READINGS == 0)
         meeting.arrive_and_wait();
     }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -77,6 +78,39 @@ TEST(VORNNtpTime, PacksSignsBorrowsAndTheLowWordOfLongs) {
     EXPECT_EQ(time, Words(row.sec, row.frac)) << row.seconds << ' ' << row.count << ' ' << unit;
     EXPECT_TRUE(row.count == NONE || unit != 10 || Time(row.seconds, row.count) == time);
   }
+}
+
+TEST(VORNNtpTime, IsMadeFromSecondsAndGivesThem) {
+  struct Row {
+    double seconds;
+    std::int32_t sec;
+    std::uint32_t frac;
+    double back;
+  };
+  const Row rows[] = {
+      {2.25, 2, 1U << 30, 2.25},
+      {-1.5, -2, 1U << 31, -1.5},
+      {-1e-20, -1, UINT32_MAX, -0x1p-32},  // rounded down
+      {2147483647.5, INT_MAX, 1U << 31, 2147483647.5},
+      {2147483648.0, INT_MAX, UINT32_MAX, 2147483648.0},
+      {HUGE_VAL, INT_MAX, UINT32_MAX, 2147483648.0},
+      {-2147483648.0, INT_MIN, 0, -2147483648.0},
+      {-2147483648.5, INT_MIN, 0, -2147483648.0},
+      {NAN, 0, 0, 0.0},
+  };
+  for (const Row& row : rows) {
+    const Time time = Time::FromSeconds(row.seconds);
+    EXPECT_EQ(time.sec, row.sec) << row.seconds;
+    EXPECT_EQ(time.frac, row.frac) << row.seconds;
+    EXPECT_EQ(time.SecondsGet(), row.back) << row.seconds;
+  }
+}
+
+TEST(VORNNtpTime, KeepsTheWordsOfTheLowerLayersTime) {
+  const KELNtpTime lower = Words(-7, 8).KelTimeGet();
+  EXPECT_EQ(lower.sec, -7);
+  EXPECT_EQ(lower.frac, 8U);
+  EXPECT_EQ(Time::FromKelTime(lower), Words(-7, 8));
 }
 
 TEST(VORNNtpTime, ArithmeticAndOrderAreThoseOf64BitsWithAnInfinity) {
