@@ -45,14 +45,14 @@ struct Loopback {
   KELNetioAddr destination;
   VORNCDRStream stream{VORN_CDR_BIG_ENDIAN, payload, LENGTH, LENGTH};
   Loopback() { KelNetioAddrInitialize(&destination, LOCALHOST, port); }
-  bool Take() const { return recv(descriptor, payload, LENGTH, MSG_DONTWAIT) == LENGTH; }
+  bool Receive() const { return recv(descriptor, payload, LENGTH, MSG_DONTWAIT) == LENGTH; }
 };
 
 // Each step goes with the receiving of the datagram, so that the buffer never fills.
 template <typename Send> void SendRun(benchmark::State& state, Send send) {
   Loopback loopback;
   for (auto _ : state)
-    if (send(loopback) == 0 || !loopback.Take())
+    if (send(loopback) == 0 || !loopback.Receive())
       state.SkipWithError("a datagram was lost");
 }
 

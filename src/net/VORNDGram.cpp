@@ -138,7 +138,7 @@ int VORNDGram::HasDataWithSleep(KELNtpTime* timeout) {
   const int descriptor = socketGet(this);
   if (timeout == nullptr)
     return -1;
-  // A set has room for FD_SETSIZE descriptors; a larger one would be written behind it.
+  // A set has room for FD_SETSIZE descriptors; a larger one would be written past its end.
   if (descriptor < 0 || descriptor >= FD_SETSIZE)
     return Refuse(EINVAL);
   fd_set readable;

@@ -34,8 +34,8 @@ std::uint32_t FlagsFromSystem(short systemFlags) {
   return flags;
 }
 
-// Takes one record of the system's list into the table. Returns whether it was taken.
-bool InterfaceTake(int descriptor, const ifreq& record, VORNNICProperties* table, int* count) {
+// Adds one record of the system's list to the table. Returns whether it was added.
+bool InterfaceAdd(int descriptor, const ifreq& record, VORNNICProperties* table, int* count) {
   if (record.ifr_addr.sa_family != AF_INET)
     return false;
   // The reply overwrites the address, which is therefore read from the list's own record.
@@ -53,6 +53,8 @@ bool InterfaceTake(int descriptor, const ifreq& record, VORNNICProperties* table
     return false;
   }
   VORNNICProperties& nic = table[*count];
+  // Address 0 is stored too, though it is refused: a reader who looks one record past the count
+  // finds no address there, whatever the caller's table held before. The next record reuses it.
   nic.address = address;
   if (address == 0)
     return false;
@@ -63,8 +65,8 @@ bool InterfaceTake(int descriptor, const ifreq& record, VORNNICProperties* table
   return true;
 }
 
-// Takes the system's whole list. Returns whether it held any interface.
-bool InterfacesTake(int descriptor, VORNNICProperties* table, int* count) {
+// Adds the system's whole list. Returns whether it held any interface.
+bool InterfaceListAdd(int descriptor, VORNNICProperties* table, int* count) {
   ifreq records[VORN_NIC_CAPACITY] = {};
   ifconf request{};
   request.ifc_len = sizeof records;
@@ -81,7 +83,7 @@ bool InterfacesTake(int descriptor, VORNNICProperties* table, int* count) {
       std::clamp(request.ifc_len / static_cast<int>(sizeof(ifreq)), 0, VORN_NIC_CAPACITY);
   bool found = false;
   for (int i = 0; i < listed; ++i)
-    if (InterfaceTake(descriptor, records[i], table, count))
+    if (InterfaceAdd(descriptor, records[i], table, count))
       found = true;
   return found;
 }
@@ -133,7 +135,7 @@ int NicInterfaceUNIXVxWorksGet(VORNNICProperties* table, int* count) {
     DiagnosticPrint(Diagnostic::FAILURE, WarnFrmUtilsNULLAlloc, WarnPreUtilsInit, "dgram");
     return NicDefaultGet(table, count);
   }
-  int found = InterfacesTake(dgram->socketGet(dgram), table, count) ? 1 : 0;
+  int found = InterfaceListAdd(dgram->socketGet(dgram), table, count) ? 1 : 0;
   if (found == 0) {
     DiagnosticPrint(Diagnostic::FAILURE,
                     "%s Unable to acquire interface information.\n%s Default interface assumed.\n",

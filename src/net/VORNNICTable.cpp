@@ -22,6 +22,7 @@ int VORNDGramClass::NICInitialize() {
   }
   if (VORN_NIC_COUNT <= 0)
     NicInterfaceGet(VORN_NIC, &VORN_NIC_COUNT);
+  // The counts are exported and can be written by anybody: a negative one stands for no user.
   if (NICReferenceCount < 0)
     NICReferenceCount = 0;
   ++NICReferenceCount;

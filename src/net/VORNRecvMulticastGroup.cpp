@@ -23,6 +23,7 @@ DequeVoidNode* NodeFind(const DequeVoid* groups, unsigned int address) {
 
 VORNRecvMulticastGroup::VORNRecvMulticastGroup(unsigned int groupAddress) : address(groupAddress) {}
 
+// The fields are public: a program can leave a negative count in them.
 int VORNRecvMulticastGroup::IsValid() const {
   return HostIPIsMulticastAddress(address) != 0 && refCount >= 0 ? 1 : 0;
 }

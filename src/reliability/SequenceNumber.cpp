@@ -1,5 +1,5 @@
-// -5 is stored as { -1, 4294967291 }; its text is -(0,5), and as a pair given to Set it cannot be
-// written, because the sign would have to stand on a zero.
+// -5 is stored as { -1, 4294967291 }, and its text is -(0,5). It cannot be given to Set as a pair,
+// because the sign would have to stand on a zero.
 
 #include "reliability/SequenceNumber.h"
 

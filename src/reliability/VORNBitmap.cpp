@@ -163,8 +163,8 @@ int Bitmap::LeadMove(const SequenceNumber& newLead) {
   }
   if (distance / WORD_BITS > 0)
     WordsMove(words, used, distance / WORD_BITS);
-  // Over all the used words, those that WordsMove left behind included: peers do the same, and the
-  // tail bits that come of it travel in the wire form.
+  // Over all the used words, those included that WordsMove left as they were: peers do the same,
+  // and the tail bits that come of it travel in the wire form.
   if (distance % WORD_BITS > 0)
     BitsMove(words, used, distance % WORD_BITS);
   size -= distance;

@@ -9,20 +9,32 @@
 //   R6 _lastSeconds = now     (release)
 //
 // R1 that reads W4 sees all of W1 to W3. R4 that reads either half of W3 sees W1, so R5, which the
-// acquire in R4 keeps behind it, cannot still find the old generation: a reader that mixes an old
+// acquire in R4 keeps after it, cannot still find the old generation: a reader that mixes an old
 // and a new half of the offset always reads again. Nothing else orders the two halves.
 //
-// R2 pairs with W2 and with another reader's R6. It keeps R3 behind it: a clock read before `last`
-// could lie below it without any wrap. And a `last` from during or after a correction brings the
-// changed generation with it, so a reader with the old one reads again at R5 instead of judging its
-// uncorrected seconds by it.
+// R2 relies on a promise of the lower layer: its readings fall at a wrap only, whichever threads
+// make them. So a reading that begins after `last` was loaded lies below it only if there was a
+// wrap. The acquire in R2 keeps R3 after it: R3 is a call into another library, which reads memory
+// or asks the kernel before it looks at the hardware's counter. A clock read before `last` could
+// lie below it without any wrap.
+//
+// R2 pairs with W2 and with another reader's R6. Why R6 is a release, although its reader wrote
+// nothing before it: a reader that stores corrected seconds has seen W4 at its R1, and the release
+// hands W1 on to whoever loads those seconds at R2. With a relaxed store, another reader could load
+// corrected seconds, still find the old generation at R5, and take its own uncorrected seconds,
+// which lie below, for a second wrap.
 //
 // A reader that finds its seconds fallen below R2 has seen the wrap with the old offset. It takes
 // the mutex; whoever comes first with the generation unchanged corrects the offset, and every such
-// reader adds the rollover to its own result. A late store of a reading from before the
-// wrap to _lastSeconds does no harm to the readings that follow: corrected ones lie above it. Only
-// a store that comes a whole turn late hides the next wrap, if nobody has read the clock in
-// between.
+// reader adds the rollover to its own result.
+//
+// Two stores leave seconds in _lastSeconds that belong to the old offset: W2, and the R6 of a
+// reader from before the wrap that comes late. Neither harms the readings that follow in the same
+// period, since corrected ones lie above. But the next wrap is seen only as a fall below
+// _lastSeconds, and a value that is a whole rollover too small hides it: the times then fall. So
+// the clock has to be read at least twice in every period of the lower clock, once to correct and
+// once more to replace what the correction stored; and a call must not last, together with the
+// pause after it, as long as a period. (A second less, to be exact: only seconds are compared.)
 
 #include "time/VORNClock.h"
 

@@ -1,8 +1,8 @@
 // A time is the 64-bit two's-complement number sec * 2^32 + frac, in units of 2^-32 s: -1.5 s is
 // { -2, 0x80000000 }. Carries and borrows between the two words are those of that number.
 //
-// The decimal conversions are sums of shifts. They are a little below the exact value, and peers
-// compute the same sums: the result must agree with theirs to the bit, so nobody may improve them.
+// The decimal conversions are sums of shifts, a little below the exact value. Peers compute the
+// same sums, and the results must agree with theirs in every bit: do not make them more exact.
 
 #include "time/VORNNtpTime.h"
 
@@ -74,8 +74,8 @@ VORNNtpTime VORNNtpTime::operator=(const VORNNtpTime& other) {
 void VORNNtpTime::Pack(long seconds, unsigned long count, FracUnit unit) {
   auto whole = static_cast<std::int32_t>(seconds);
   const auto magnitude = static_cast<std::uint32_t>(count);
-  // The fraction of a negative amount borrows a second. The borrow depends on the count, not on the
-  // fraction that it becomes: one too small to become any still borrows.
+  // The fraction of a negative amount borrows a second. The borrow depends on the count and not on
+  // the fraction: a count that is too small to give any fraction still borrows.
   if (whole < 0 && magnitude != 0)
     whole = static_cast<std::int32_t>(static_cast<std::uint32_t>(whole) - 1U);
   sec = whole;

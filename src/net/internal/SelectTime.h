@@ -11,8 +11,8 @@ struct SelectTime {
   std::uint32_t microseconds;
 };
 
-/// Converts by shifts, to within half a microsecond. A fraction that rounds to a whole second is
-/// carried, except into the largest number of seconds, which keeps 1000000 microseconds.
+/// Converts by shifts, to within half a microsecond. A fraction that rounds to a whole second adds
+/// one to the seconds; but the largest number of seconds stays, with 1000000 microseconds.
 constexpr SelectTime SelectTimeFrom(const KELNtpTime& time) {
   const std::uint32_t f = time.frac;
   const std::uint32_t microseconds = (f - (f >> 5) - (f >> 7) - (f >> 8) - (f >> 9) - (f >> 10) -

@@ -7,8 +7,8 @@ constexpr int CDRPositionAlign4(int position) {
   return static_cast<int>((static_cast<unsigned int>(position) + 3U) & ~3U);
 }
 
-/// Bytes that an element of `length` bytes, aligned to 4, takes from `position` on: padding and
-/// all.
+/// Bytes from `position` to the end of an element of `length` bytes that is aligned to 4: padding
+/// included.
 constexpr int CDRElementSize(int position, int length) {
   return static_cast<int>(static_cast<unsigned int>(CDRPositionAlign4(position)) -
                           static_cast<unsigned int>(position)) +

@@ -15,11 +15,10 @@ inline bool DiagnosticIsOn(Diagnostic kind) {
          static_cast<int>(kind);
 }
 
-/// Prints a line when its test passes. The arguments are evaluated in any case, so a text that
-/// costs something to make is built after asking `DiagnosticIsOn`.
+/// Prints a line when its test passes. The arguments are evaluated in any case, so ask
+/// `DiagnosticIsOn` first when a text is costly to make.
 ///
-/// The compiler cannot check the format: the shared texts are writable pointers, re-pointed by the
-/// host if it likes.
+/// The compiler cannot check the format: the shared texts are pointers that a program can change.
 template <typename... Arguments>
 void DiagnosticPrint(Diagnostic kind, const char* format, Arguments... arguments) {
 #pragma GCC diagnostic push
