@@ -8,22 +8,23 @@
 struct VORNCDRStream;
 
 /// A 64-bit signed sequence number as two words: `high` * 2^32 + `low`. A plain value; it allocates
-/// nothing and takes no lock, every operation takes constant time and all arithmetic wraps.
-/// The two halves that an operation takes as `long` and `unsigned long` are read by their low 32
-/// bits, on every host.
+/// nothing and takes no lock, every operation takes constant time, and all arithmetic wraps. The
+/// halves of a pair (`long`, `unsigned long`) are read by their low 32 bits, on every host.
+///
+/// Size and order of the fields are part of what programs link against: nothing can be added.
 class VORN_API SequenceNumber {
 public:
-  std::int32_t high = 0;
-  std::uint32_t low = 0;
+  std::int32_t high = 0;  ///< upper half
+  std::uint32_t low = 0;  ///< lower half
 
   /// Bytes that `ToString` may need, terminator included.
   static constexpr int TEXT_SIZE = 26;
 
-  /// Zero.
+  /// The number 0.
   SequenceNumber() = default;
   /// What `Set(high, low)` stores.
   SequenceNumber(long high, unsigned long low);
-  /// What `Set(value)` stores.
+  /// The number `value`.
   SequenceNumber(int value);
 
   /// The number with the value `value`. Every 64-bit value has one.
@@ -40,49 +41,61 @@ public:
   /// `value`. So the number equals every `value` from -4294967296 to 4294967295; where `long` is
   /// wider, the bits above are lost. `FromInteger` takes all 64.
   void Set(long value);
-  /// Sets the number from a sign and a magnitude: the sign of `high` applies to the whole, so (-1,
-  /// 5) is -(2^32 + 5) and is stored as high -2, low 4294967291.
+  /// Sets the number from a sign and a magnitude. The sign of `high` applies to the whole: (-1, 5)
+  /// is -(2^32 + 5), which is stored as high -2, low 4294967291.
   void Set(long high, unsigned long low);
 
   /// Adds 1 in place and returns the value before.
   SequenceNumber operator++(int);
   /// Adds `n` in place and returns the new value.
   SequenceNumber Add(int n);
+  /// The number plus `n`; it is not changed itself.
   SequenceNumber operator+(int n) const;
+  /// The number minus `n`.
   SequenceNumber operator-(int n) const;
+  /// The 64-bit sum.
   SequenceNumber operator+(const SequenceNumber& other) const;
+  /// The 64-bit difference.
   SequenceNumber operator-(const SequenceNumber& other) const;
 
-  /// How far apart two numbers are, in either order; 2147483647 for anything farther.
+  /// The difference without its sign, the same in either order; 2147483647 for a larger one.
   int Distance(const SequenceNumber& other) const;
-  /// The magnitude. The most negative number has none and is returned as it is.
+  /// The magnitude. The most negative number has none; it is returned unchanged.
   SequenceNumber Absolute() const;
 
+  /// Whether both words are equal.
   bool operator==(const SequenceNumber& other) const {
     return high == other.high && low == other.low;
   }
+  /// Whether a word differs.
   bool operator!=(const SequenceNumber& other) const { return !(*this == other); }
+  /// Whether the 64-bit number is smaller.
   bool operator<(const SequenceNumber& other) const {
     return high != other.high ? high < other.high : low < other.low;
   }
+  /// Greater.
   bool operator>(const SequenceNumber& other) const { return other < *this; }
+  /// Smaller or equal.
   bool operator<=(const SequenceNumber& other) const { return !(other < *this); }
+  /// Greater or equal.
   bool operator>=(const SequenceNumber& other) const { return !(*this < other); }
 
-  /// Bytes that a number takes when written at stream position `offset`: 8 and up to 3 of padding.
+  /// Bytes that a number takes when it is written at stream position `offset`: 8, and up to 3 of
+  /// padding.
   static int ElementSize(int offset);
-  /// Writes or reads `high`, then `low`, as two 4-byte items in the stream's byte order. Return 1,
-  /// or 0 at the first item that fails; a `Deserialize` that fails at the second has replaced
-  /// `high`.
+  /// Writes `high`, then `low`, as two 4-byte items in the stream's byte order. Returns 1, or 0 at
+  /// the first item that fails.
   int Serialize(VORNCDRStream* stream) const;
+  /// Reads what `Serialize` writes. Returns 1, or 0 at the first item that fails. When the second
+  /// one fails, `high` has been replaced.
   int Deserialize(VORNCDRStream* stream);
 
-  /// Writes "(high,low)", for a negative number "-(high,low)" of its magnitude, into `buffer` and
-  /// returns it; null for a null buffer. The caller provides `TEXT_SIZE` bytes: `length` is not
-  /// consulted.
+  /// Writes "(high,low)" into `buffer`, for a negative number "-(high,low)" with the words of its
+  /// magnitude, and returns `buffer`; null for a null buffer. The caller provides `TEXT_SIZE`
+  /// bytes; `length` is not looked at.
   char* ToString(char* buffer, int length) const;
-  /// Prints "(high,low)" with the words as they are stored, whatever the verbosity. The argument
-  /// has no effect.
+  /// Prints "(high,low)" with the words as they are stored, at every verbosity. The argument has no
+  /// effect.
   void Print(unsigned int unused) const;
 };
 

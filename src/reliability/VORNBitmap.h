@@ -8,21 +8,25 @@
 
 struct VORNCDRStream;
 
-/// A window of up to 256 consecutive sequence numbers, one bit each. Bit k stands for `lead` + k
-/// and lies in word k / 32 at position 31 - k % 32, so the lead is the most significant bit of word
-/// 0. The words in use are the (size + 31) / 32 first ones. Bits of the last used word past `size`
-/// are no part of the window, yet some operations see them, as said below.
+/// A window of up to 256 consecutive sequence numbers, one bit for each. Bit k stands for `lead` +
+/// k and lies in word k / 32 at position 31 - k % 32, so the lead is the most significant bit of
+/// word 0. The first (size + 31) / 32 words are in use. The bits of the last of them that lie past
+/// `size` are the tail: they are not part of the window, but some operations see them, as is said
+/// there.
 ///
-/// The bitmap owns one block of 8 words, allocated at construction; nothing is allocated later. It
-/// has no lock. Windows move between bitmaps by `Copy`.
+/// The bitmap owns one block of 8 words, which is allocated at construction; nothing is allocated
+/// later. It has no lock: one thread at a time. `Copy` copies a window to another bitmap.
 ///
-/// A bitmap without that block (constructed with a size above 256, or without memory) holds no
-/// bits: queries and changes answer 0 and change nothing, and `ToString` shows lead and size alone.
+/// A bitmap can lack that block: when it is constructed with a size above 256, or without memory.
+/// Such a bitmap holds no bits. Queries and changes return 0 and change nothing, and `ToString`
+/// shows lead and size only.
+///
+/// The order of its fields is part of what programs link against: append only.
 class VORN_API Bitmap {
 public:
-  static constexpr int CAPACITY = 256;
-  static constexpr int WORD_BITS = 32;
-  static constexpr int WORD_COUNT = CAPACITY / WORD_BITS;
+  static constexpr int CAPACITY = 256;                     ///< bits in the largest window
+  static constexpr int WORD_BITS = 32;                     ///< bits in a word
+  static constexpr int WORD_COUNT = CAPACITY / WORD_BITS;  ///< words in the block
   /// Bytes that `ToString` may need, terminator included.
   static constexpr int TEXT_SIZE = 322;
 
@@ -30,66 +34,78 @@ public:
   std::int32_t size;     ///< bits in the window
   std::uint32_t* words;  ///< the block, owned; null: none
 
-  /// A window of `size` bits from `lead`, all set when `fill` is non-zero, else all clear. With a
-  /// negative `size` or `lead` the bitmap keeps both as given and all its bits are clear.
+  /// A window of `size` bits that starts at `lead`. All bits are set when `fill` is non-zero, else
+  /// clear. With a negative `size` or `lead` the bitmap keeps both as they are given, and all its
+  /// bits are clear.
   Bitmap(int size, const SequenceNumber& lead, int fill);
+  /// Frees the block.
   ~Bitmap();
   Bitmap(const Bitmap&) = delete;
   Bitmap& operator=(const Bitmap&) = delete;
 
-  /// Starts a new window; a `size` above 256 is reduced to it. Every used word is filled whole.
-  /// Returns 1, or 0 with nothing changed for a negative size or lead.
+  /// Starts a new window; a `size` above 256 is reduced to 256. Every used word is filled whole,
+  /// the tail too. Returns 1, or 0 with nothing changed for a negative size or lead.
   int Init(const SequenceNumber& lead, int size, int fill);
 
-  /// 1 when `sn` lies in the window, else 0.
+  /// 1 when `sn` is in the window, else 0.
   int BitInRange(const SequenceNumber& sn) const;
   /// Sets the bit of `sn` for a non-zero `value`, else clears it. Returns 1, or 0 out of range.
   int BitSet(const SequenceNumber& sn, int value);
   /// Stores the bit of `sn`, 0 or 1, in `*value`. Returns 1, or 0 with `*value` unchanged when `sn`
-  /// is out of range or `value` null.
+  /// is out of range or `value` is null.
   int BitGet(const SequenceNumber& sn, int* value) const;
   /// The sequence number of the last bit: `lead` - 1 for an empty window.
   SequenceNumber BitMaxGet() const;
   /// 1 when some bit of the window is set (non-zero `value`) or clear (zero), else 0.
   int Has(int value);
-  /// Finds the first bit from `from` on that equals `value`, which is 0 or 1; nothing equals
-  /// another value. Returns 1 with its sequence number in `*result`, or with the one past the
-  /// window when there is none; an empty window searched from its lead has its lead there. Returns
-  /// 0 with `lead` in `*result` when `from` is out of range, and 0 for a null `result`.
+  /// Finds the first bit at or after `from` that equals `value`, which is 0 or 1; no bit equals
+  /// another value. Returns 1 with the sequence number of the bit in `*result`; when there is none,
+  /// with the number after the window's last. So for an empty window and its lead as `from`, it
+  /// returns 1 and the lead. Returns 0 with `lead` in `*result` when `from` is out of range, and 0
+  /// for a null `result`. `from` and `*result` may be the same object.
   int BitFirstGet(const SequenceNumber& from, int value, SequenceNumber* result);
 
-  /// Advances the window to `newLead`, dropping the bits before it; past the last bit it becomes
-  /// empty. At most 2147483647 numbers per call: a farther lead is not reached. Used words past the
-  /// new size hold what the shift left there. Returns 1, or 0 with nothing changed when `newLead`
-  /// is before `lead`.
+  /// Advances the window to `newLead` and drops the bits before it. The window ends where it ended:
+  /// it becomes shorter, and empty when `newLead` is past its last bit. One call advances by
+  /// 2147483647 at most and does not reach a lead that is farther. Returns 1, or 0 with nothing
+  /// changed when `newLead` is before `lead`.
+  ///
+  /// The bits past the new size hold what the shift left there. To go on with a window as wide as
+  /// before, raise `size` by hand (to `CAPACITY` at most), then set or clear each bit that was
+  /// added with `BitSet`, from the old size on.
   int LeadMove(const SequenceNumber& newLead);
-  /// Makes `sn` the last bit; before the lead, empties the window. The words stay. Returns 1, or 0
-  /// with nothing changed past the last bit.
+  /// Makes `sn` the last bit of the window. The words stay as they are. A number before the lead
+  /// empties the window. Returns 1, or 0 with nothing changed when `sn` is past the last bit.
   int Truncate(const SequenceNumber& sn);
-  /// Cuts trailing ones off in whole bytes. Reads whole words: with ones past `size` in the last
-  /// word, the window can also grow, to the end of that word at most.
+  /// Cuts ones off the end of the window, in whole bytes. It reads whole words: when the tail holds
+  /// ones, the window can also grow, at most to the end of its last word. The tail of a window that
+  /// was received is what the peer sent. Whoever compresses such a window trusts the peer with it:
+  /// zeros there keep ones from being cut off, and ones there make the window grow.
   void CompressTrailingOnes();
-  /// Inverts every used word, whole.
+  /// Inverts every used word whole, the tail too.
   void Invert();
-  /// Takes over the window of `source`: lead, size and used words. Returns 1.
+  /// Copies the window of `source`: lead, size and used words. Returns 1, or 0 with nothing changed
+  /// when a block is missing.
   int Copy(const Bitmap& source);
-  /// 1 when leads, sizes and the bits of the windows are equal, else 0.
+  /// 1 when leads, sizes and the bits of the windows are equal, else 0. Tails do not count.
   int operator==(const Bitmap& other) const;
+  /// 0 when `operator==` gives 1, else 1.
   int operator!=(const Bitmap& other) const;
 
-  /// The stream position behind a full window that is written from `offset` on: a position, not a
-  /// length.
+  /// The stream position after a full window that is written at position `offset`. It is a
+  /// position, not a length.
   static int ElementSize(int offset);
-  /// Writes lead, size and the used words whole, each a 4-byte item in the stream's byte order: 12
-  /// bytes and 4 per word. Returns 1, or 0 at the first item that fails.
+  /// Writes the lead, the size and the used words whole, each word as a 4-byte item in the stream's
+  /// byte order: 12 bytes, and 4 for each used word. Returns 1, or 0 at the first item that fails.
   int Serialize(VORNCDRStream* stream) const;
-  /// Reads what `Serialize` writes. Returns 1; 0 with an empty window for a size outside 0 to 256;
-  /// 0 at the first item that fails, with what was read before it in place.
+  /// Reads what `Serialize` writes; the tail is whatever the peer sent. Returns 1. For a size
+  /// outside 0 to 256, returns 0 with the lead that was read and an empty window. At the first item
+  /// that fails, returns 0; the items before it have been read into their fields.
   int Deserialize(VORNCDRStream* stream);
 
-  /// Writes the lead's text, "size N " and the bits with a comma after every eighth into `buffer`
-  /// and returns it; null for a null buffer. The caller provides `TEXT_SIZE` bytes: `length` is not
-  /// consulted.
+  /// Writes the text of the lead, "size N " and the bits, with a comma between every eight, into
+  /// `buffer` and returns it; null for a null buffer. The caller provides `TEXT_SIZE` bytes;
+  /// `length` is not looked at.
   char* ToString(char* buffer, int length) const;
 };
 

@@ -6,16 +6,25 @@
 
 #include <cstdint>
 
-/// The lower layer's clock, made to go on when that clock wraps: each time its seconds fall, the
-/// amount by which that clock says it falls at a wrap is added to every later reading. A fall
-/// within one second is not taken for a wrap.
+/// The lower layer's clock, which goes on here when it wraps there. The lower layer says by how
+/// much its readings fall at a wrap. Each time the seconds of a reading have fallen, this amount is
+/// added to all readings from then on. A fall within one second is not taken for a wrap.
+///
+/// A wrap shows only as a fall from the reading before. So call `TimeGet` at least twice in every
+/// period of the lower clock (about 34 years with the one in this project), and let no call, with
+/// the pause after it, last as long as a period. Otherwise a wrap can be missed, and the time
+/// falls.
 ///
 /// Any number of threads may call `TimeGet` on one clock. Nothing is locked unless a wrap is being
 /// corrected. The clock owns its mutex; it is neither copied nor moved.
+///
+/// The order of its virtual operations and fields is part of what programs link against: append
+/// only.
 class VORN_API VORNClock : public VORNClockClass {
 public:
   /// Asks the lower layer how far its readings fall at a wrap and makes the mutex. Test `IsValid`.
   VORNClock();
+  /// Frees the mutex; nobody may be reading the clock.
   ~VORNClock() override;
   VORNClock(const VORNClock&) = delete;
   VORNClock& operator=(const VORNClock&) = delete;
@@ -30,11 +39,11 @@ protected:
   // atomic references: see VORNClock.cpp.
   KELNtpTime _offset;     ///< added to every reading
   KELNtpTime _rollover;   ///< added to `_offset` on each wrap
-  KELNtpTime _clockInfo;  ///< what else the lower layer said at the start; kept, not read
+  KELNtpTime _clockInfo;  ///< what else the lower layer said at the start; it is not read
   KELMutex* _clockMutex;  ///< held while `_offset` changes; null: invalid
-  std::int32_t _lastSeconds =
-      0;  ///< seconds of the latest reading, with the offset it was read under
-  std::uint32_t _generation = 0;  ///< counts changes of `_offset`; all ones while one goes on
+  /// Seconds of the latest reading, with the offset under which it was made.
+  std::int32_t _lastSeconds = 0;
+  std::uint32_t _generation = 0;  ///< counts changes of `_offset`; all ones during a change
 };
 
 #endif

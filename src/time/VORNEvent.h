@@ -6,44 +6,54 @@
 
 #include <cstdint>
 
-/// A periodic timer: armed, it fires at the first check at or past its deadline and is then due one
-/// period after that check, so late checks build up no backlog. It reads no clock; whoever asks
-/// says what time it is. Derive from it to do something when it fires. One thread at a time.
+/// A periodic timer. While it is enabled, it fires at the first check at or after its deadline, and
+/// is due again one period after that check. So late checks build up no backlog. It reads no clock:
+/// the caller says what time it is. Derive from it to do something when it fires. One thread at a
+/// time uses it.
+///
+/// The order of its virtual operations and fields is part of what programs link against: append
+/// only.
 class VORN_API VORNEvent {
 public:
   /// Every value other than `EVENT_ENABLED` means disabled.
-  enum Mode : std::int32_t { EVENT_DISABLED = 0, EVENT_ENABLED = 1 };
+  enum Mode : std::int32_t {
+    EVENT_DISABLED = 0,  ///< never fires
+    EVENT_ENABLED = 1,   ///< fires when it is due
+  };
 
-  /// First due one `period` after `start`. `id` is the slot in an event manager's table; anything
-  /// below -1 is stored as -1, no slot. Nothing is refused here: ask `IsValid`.
+  /// The event is due for the first time one `period` after `start`. `id` is its slot in an event
+  /// manager's table; -1 means no slot, and a number below is stored as -1. Nothing is refused
+  /// here: ask `IsValid`.
   VORNEvent(const VORNNtpTime& start, const VORNNtpTime& period, int id, Mode mode);
+  /// An event manager deletes through it the events that it owns.
   virtual ~VORNEvent();
 
-  /// Checks the event at time `now`. Returns 1 when it was due, and it is due again at `now` plus
-  /// the period; else 0 with nothing changed.
+  /// Checks the event at time `now`. Returns 1 when it was due; it is then due again at `now` plus
+  /// the period. Returns 0, with nothing changed, when it is disabled or not yet due.
   virtual int Fired(const VORNNtpTime& now);
 
-  /// When the event is due next: the infinite time while it is disabled.
+  /// When the event is due next. While it is disabled, the infinite time.
   VORNNtpTime DeadlineGet() const;
 
-  /// Arms the event, or arms it anew, one period from `now`. Returns 1, or 0 for a negative `now`.
+  /// Enables the event; it is due one period after `now`, also when it was enabled before. Returns
+  /// 1, or 0 with nothing changed for a negative `now`.
   int Enable(const VORNNtpTime& now);
 
-  /// Changes the period. A pending deadline comes forward to `now` plus `period` if that is
-  /// earlier, and moves there in any case when `restart` is non-zero. Returns 1, or 0 with nothing
-  /// changed when `period` or `now` is not positive.
+  /// Changes the period. The deadline becomes `now` plus `period` if that is earlier than the
+  /// deadline before, or if `restart` is non-zero. Returns 1, or 0 with nothing changed when
+  /// `period` or `now` is not positive.
   int PeriodSet(const VORNNtpTime& period, const VORNNtpTime& now, int restart);
 
-  /// 1 when neither deadline nor period is negative, else 0.
+  /// 1 when neither the deadline nor the period is negative, else 0.
   int IsValid() const;
 
 protected:
   friend class VORNEventManager;
 
-  std::int32_t _id;
-  Mode _mode;
-  VORNNtpTime _deadline;
-  VORNNtpTime _period;
+  std::int32_t _id;       ///< slot in an event manager's table; -1: none
+  Mode _mode;             ///< whether the event can fire
+  VORNNtpTime _deadline;  ///< when it is due next, if it is enabled
+  VORNNtpTime _period;    ///< time from one firing to the next
 };
 
 #endif

@@ -3,13 +3,12 @@
 
 #include "platform/VornExport.h"
 
-/// Returns a pseudo-random number from `low` to `high`, both included, drawn from the C library's
-/// one generator with the slight bias of a remainder. Returns `low` when `low` is above `high` or
-/// the numbers between them do not fit a signed 32-bit count. For spreading timers, not for
-/// secrets.
+/// Returns a pseudo-random number from `low` to `high`, both included. It is made with `rand`, and
+/// a remainder gives it a small bias: good for spreading timers, not for secrets. Returns `low`
+/// when `low` is above `high`, and when there are more than 2147483647 numbers to choose from.
 VORN_API int VornRandomNumberGenerate(int low, int high);
 
-/// Seeds the C library's generator, which the whole process shares.
+/// Seeds the generator of the C library with `srand`. The whole process shares it.
 VORN_API void VornRandomNumberSeed(unsigned int seed);
 
 #endif

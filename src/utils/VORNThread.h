@@ -3,12 +3,13 @@
 
 #include "platform/VornExport.h"
 
-/// What the middleware wants to know about threads before it starts any.
+/// What the middleware wants to know about threads before it starts any. It has no fields and no
+/// virtual operations, and stays so: programs link against its size.
 class VORN_API VORNThreadInfo {
 public:
-  /// Asks the lower layer for each of the seven priority levels that the middleware's threads run
-  /// at, and prints a line (level >= 0) for each that is not usable. Returns 1 when all are, else
-  /// 0.
+  /// Asks the lower layer about each of the seven priorities at which the middleware's threads run.
+  /// Prints a line (level >= 0) for each one that cannot be used. Returns 1 when all can be used,
+  /// else 0.
   int PriorityIsValid();
 };
 
