@@ -5,7 +5,7 @@
 
 namespace {
 
-using InterfaceTableTest = Scripted;
+using InterfaceList = Scripted;
 using Nics = std::vector<std::pair<unsigned int, unsigned int>>;
 
 // The table that is made; the socket for it is gone afterwards.
@@ -22,7 +22,7 @@ Nics Acquired() {
 
 const char* const LISTED = "VORN: Acquired network interfaces:\n";
 
-TEST_F(InterfaceTableTest, TakesAddressesFromTheListAndFlagsFromTheReply) {
+TEST_F(InterfaceList, TakesAddressesFromTheListAndFlagsFromTheReply) {
   MessagesExpect(
       {{1, LISTED},
        {1, "VORN: Interface: 127.0.0.1 (LOOPBACK,UP)\n"
@@ -44,7 +44,7 @@ TEST_F(InterfaceTableTest, TakesAddressesFromTheListAndFlagsFromTheReply) {
   EXPECT_EQ(Acquired(), Nics(32, {1, 0}));
 }
 
-TEST_F(InterfaceTableTest, StandsInForWhatCannotBeRead) {
+TEST_F(InterfaceList, StandsInForWhatCannotBeRead) {
   const char* assumed = "VORN: Unable to acquire interface information.\n"
                         "VORN: Default interface assumed.\n";
   for (const int nameResult : {0, -1}) {
@@ -66,7 +66,7 @@ TEST_F(InterfaceTableTest, StandsInForWhatCannotBeRead) {
   }
 }
 
-TEST_F(InterfaceTableTest, RefusesANullCountFirstInWordsReadWhenPrinted) {
+TEST_F(InterfaceList, RefusesANullCountFirstInWordsReadWhenPrinted) {
   const std::string null = "VORN: NULL parameter ", passed = " of NicInterfaceGet passed\n";
   MessagesExpect(
       {{0, null + "argc" + passed + null + "argv" + passed + "X<argc of NicInterfaceGet>"}}, [] {
@@ -80,27 +80,6 @@ TEST_F(InterfaceTableTest, RefusesANullCountFirstInWordsReadWhenPrinted) {
         WarnPreUtilsInit = prefix;
         WarnFrmUtilsNULLParam = format;
       });
-}
-
-TEST_F(InterfaceTableTest, LivesFromFirstUserToLast) {
-  using Class = VORNDGramClass;
-  Class::NICReferenceCount = -3;
-  System().failingAllocation = 1;
-  EXPECT_EQ(Class::NICInitialize() + Class::NICIsValid() + Class::NICIsMulticastSupported(), 0);
-  EXPECT_EQ(Class::NICIsThisNodeIP(0x7F000001) - Class::NICIsThisNodeIP(0x0A000001), 1);
-  InterfacesScript({{0x7F000001, LOOP | UP | CAST}, {0x0A000001, CAST}});
-  EXPECT_EQ(Class::NICInitialize() + Class::NICIsValid() - Class::NICIsMulticastSupported(), 2);
-  InterfacesScript({{0x0A000002, UP | CAST}});
-  EXPECT_EQ(Class::NICInitialize() + Class::NICReferenceCount, 3);
-  EXPECT_EQ(Class::NICHostIPMap(0x0A000001), 0x7F000001U);
-  EXPECT_EQ(Class::NICHostIPMap(0x0A000002), 0x0A000002U);
-  EXPECT_EQ(Class::NICDestroy() + Class::NICIsValid(), 2);
-  EXPECT_EQ(Class::NICDestroy() + Class::NICIsValid() + VORN_NIC_COUNT, 1);
-  EXPECT_EQ(Class::NICInitialize() + Class::NICIsMulticastSupported() + Class::NICDestroy(), 3);
-  EXPECT_TRUE(Script().threadLocks == 7 && Script().threadUnlocks == 7);
-  MessagesExpect({{1, "VORN: can't destroy NIC list, refcount already 0 (too many calls to "
-                      "VornAppDestroy?)\n"}},
-                 [] { EXPECT_EQ(Class::NICDestroy(), 0); });
 }
 
 }  // namespace

@@ -96,7 +96,7 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
       EXPECT_EQ(found.IntegerGet() - model.lead, searched ? model.First(k, wanted) : 0);
       EXPECT_EQ(bitmap.Has(wanted), model.First(0, wanted != 0) < size);
     }
-    Model copied(copy);  // behind the words in use the copy keeps its own
+    Model copied(copy);  // after the words in use the copy keeps its own
     std::copy(model.At(0), model.At(model.End()), copied.At(0));
     EXPECT_EQ(copy.Copy(bitmap) + bitmap.Copy(bitmap), 2);
     EXPECT_EQ(Model(copy).bits, copied.bits);
@@ -131,7 +131,7 @@ TEST(Bitmap, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   EXPECT_EQ(bitmap.Init(SequenceNumber(0), 33, 0), 1);
   EXPECT_TRUE(bitmap.words[1] == 0 && bitmap.words[2] == ONES);
   EXPECT_EQ(bitmap.Init(SequenceNumber(0), 999, 1) + bitmap.size + bitmap.Has(0), 257);
-  bitmap.size = 999;  // by hand: what lies behind the block stays out of reach
+  bitmap.size = 999;  // by hand: what lies after the block stays out of reach
   EXPECT_EQ(bitmap.BitSet(bitmap.lead + 256, 1), 0);
   EXPECT_EQ(bitmap.LeadMove(SequenceNumber(1, 0)) + bitmap.size, 1);
   EXPECT_EQ(bitmap.lead, SequenceNumber(0, INT_MAX));

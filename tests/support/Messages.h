@@ -1,25 +1,12 @@
 #ifndef SUPPORT_MESSAGES_H
 #define SUPPORT_MESSAGES_H
 
-#include "support/ScriptedLayer.h"
-#include "support/ScriptedSystem.h"
+#include "support/Scripted.h"
 #include "utils/VORNUtilsDiag.h"
 
 #include <functional>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-/// Fresh scripts before and after each test: `using Suite = Scripted;`.
-struct Scripted : testing::Test {
-  Scripted() { Reset(); }
-  ~Scripted() override { Reset(); }
-  static void Reset() {
-    ScriptReset();
-    SystemReset();
-  }
-};
 
 /// A text and the lowest verbosity at which it is printed.
 struct Message {

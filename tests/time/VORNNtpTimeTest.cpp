@@ -21,7 +21,7 @@ std::uint64_t Joined(const Time& time) {
   return (std::uint64_t{static_cast<std::uint32_t>(time.sec)} << 32) | time.frac;
 }
 
-// The text, after checking that nothing lies behind the 22 bytes that a caller must provide.
+// The text, after checking that nothing is written after the 22 bytes that a caller must provide.
 std::string Text(const Time& time) {
   std::string buffer(32, '\x5a');
   EXPECT_EQ(time.ToString(buffer.data(), Time::TEXT_SIZE), buffer.data());
