@@ -94,6 +94,9 @@ int ShmMsgQImpl::Initialize() {
     return 0;
   const int attached = Attach();
   *made = {_shm, _header, _capacity, _semaphoreId, _mutexId};
+  // A creator never tries again: its segment is there still, or another creator's is.
+  made->isLost = attached == 0 && _isCreator == 0 && _attachments->hasAttached;
+  _attachments->hasAttached |= attached != 0;
   if (attached != 0 && _isCreator != 0)
     _attachments->madeSegmentId = _shm->id;
   if (_attachments->PresentSet(made) && attached != 0 && _isCreator != 0)
@@ -150,7 +153,8 @@ int ShmMsgQImpl::Send(const char* data, int length) {
   if (data == nullptr || length < 0)
     return 0;
   QueueAttachment* queue = _attachments != nullptr ? _attachments->SenderAdd() : nullptr;
-  int result = IsLost(queue) ? SEND_LOCK_FAILED : MessageSend(queue, data, length);
+  const bool isLost = queue != nullptr && queue->isLost;
+  int result = isLost ? SEND_LOCK_FAILED : MessageSend(queue, data, length);
   if (result == SEND_LOCK_FAILED) {
     queue = Renew(queue);
     result = MessageSend(queue, data, length);
@@ -183,12 +187,6 @@ int ShmMsgQImpl::SendInternal(const char* data, int length) {
   if (queue != nullptr)
     _attachments->UserRemove(queue);
   return result;
-}
-
-// Whether the queue was opened once and could not be opened anew since. A creator never tries
-// again: its segment is there still, or another creator's is.
-bool ShmMsgQImpl::IsLost(const QueueAttachment* queue) const {
-  return queue != nullptr && queue->header == nullptr && queue->mutexId != 0 && _isCreator == 0;
 }
 
 int ShmMsgQImpl::MessageSend(const QueueAttachment* queue, const char* data, int length) {

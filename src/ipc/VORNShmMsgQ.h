@@ -141,7 +141,6 @@ private:
   VORN_LOCAL int CapacityGet() const;
   VORN_LOCAL int Attach();
   VORN_LOCAL static int MessageSend(const QueueAttachment* queue, const char* data, int length);
-  VORN_LOCAL bool IsLost(const QueueAttachment* queue) const;
   VORN_LOCAL QueueAttachment* Renew(QueueAttachment* stale);
   VORN_LOCAL void LostSegmentRemove() const;
 

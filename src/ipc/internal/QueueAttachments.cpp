@@ -17,18 +17,16 @@ bool MessageWaits(const QueueAttachment& attachment) {
   return MessageLengthIsSound(length, RingUsedGet(*offsets, attachment.capacity));
 }
 
-void ListAdd(QueueAttachment** list, QueueAttachment* attachment) {
-  attachment->next = *list;
-  *list = attachment;
-}
-
-// Detaches what no thread can find any more.
-void Release(QueueAttachment* list) {
+// Detaches what no thread can find any more. Returns how many there were.
+int ListDelete(QueueAttachment* list) {
+  int count = 0;
   while (QueueAttachment* attachment = list) {
     list = attachment->next;
     ShMDelete(attachment->shm, attachment->isRemoved ? 1 : 0);
     delete attachment;
+    ++count;
   }
+  return count;
 }
 
 }  // namespace
@@ -47,8 +45,8 @@ private:
 };
 
 QueueAttachments::~QueueAttachments() {
-  Release(_present);
-  Release(_kept);
+  ListDelete(_present);
+  ListDelete(_kept);
   pthread_cond_destroy(&_changed);
   pthread_mutex_destroy(&_lock);
 }
@@ -88,10 +86,10 @@ QueueAttachment* QueueAttachments::ReceiverAdd() {
       if (used == nullptr)
         used = present;
       else if (present != nullptr && UseEnd(present))
-        ListAdd(&finished, present);
+        FinishedAdd(&finished, present);
     }
   }
-  Release(finished);
+  FinishedDelete(finished);
   return used;
 }
 
@@ -101,14 +99,12 @@ void QueueAttachments::UserRemove(QueueAttachment* attachment) {
   {
     const Lock lock(*this);
     if (UseEnd(attachment))
-      ListAdd(&finished, attachment);
-    else if (attachment->isKept && _present != nullptr && !IsReceiver())
-      semaphore = _present->semaphoreId;
+      FinishedAdd(&finished, attachment);
+    else if (attachment->isKept && !IsReceiver())
+      semaphore = KeptSemaphoreGet();
   }
-  Release(finished);
-  // The receiver may sleep beside the present queue: nobody else tells it of a message in this one.
-  if (semaphore != 0)
-    NamedSemaphoreGive(semaphore);
+  FinishedDelete(finished);
+  NamedSemaphoreGive(semaphore);
 }
 
 bool QueueAttachments::RenewalBegin(QueueAttachment* stale) {
@@ -121,15 +117,22 @@ bool QueueAttachments::RenewalBegin(QueueAttachment* stale) {
 }
 
 QueueAttachment* QueueAttachments::RenewalEnd() {
-  const Lock lock(*this);
-  _renewal = Renewal::NONE;
-  for (Waiter* waiter = _waiters; waiter != nullptr; waiter = waiter->next) {
-    waiter->given = PresentUse();
-    waiter->isDone = true;
+  QueueAttachment* used = nullptr;
+  int semaphore = 0;
+  {
+    const Lock lock(*this);
+    _renewal = Renewal::NONE;
+    for (Waiter* waiter = _waiters; waiter != nullptr; waiter = waiter->next) {
+      waiter->given = PresentUse();
+      waiter->isDone = true;
+    }
+    _waiters = nullptr;
+    pthread_cond_broadcast(&_changed);
+    used = PresentUse();
+    semaphore = KeptSemaphoreGet();
   }
-  _waiters = nullptr;
-  pthread_cond_broadcast(&_changed);
-  return PresentUse();
+  NamedSemaphoreGive(semaphore);
+  return used;
 }
 
 QueueAttachment* QueueAttachments::RecordNew() const {
@@ -149,9 +152,9 @@ void QueueAttachments::PresentDrop() {
     if (_hasReceiver && !IsReceiver() && (dropped->users > 0 || MessageWaits(*dropped)))
       KeptAppend(dropped);
     else if (dropped->users == 0)
-      ListAdd(&finished, dropped);
+      FinishedAdd(&finished, dropped);
   }
-  Release(finished);
+  FinishedDelete(finished);
 }
 
 bool QueueAttachments::PresentSet(QueueAttachment* made) {
@@ -170,7 +173,7 @@ bool QueueAttachments::PresentSet(QueueAttachment* made) {
     if (_isEnding)
       pthread_cond_broadcast(&_changed);
   }
-  Release(finished);
+  FinishedDelete(finished);
   return isUsed;
 }
 
@@ -197,16 +200,16 @@ void QueueAttachments::End(bool allLeave) {
       QueueAttachment* const kept = _kept;
       KeptUnlink(kept);
       if (kept->users == 0)
-        ListAdd(&finished, kept);
+        FinishedAdd(&finished, kept);
     }
     if (_present != nullptr) {
       _present->isRemoved = true;
       if (_present->users == 0)
-        ListAdd(&finished, _present);
+        FinishedAdd(&finished, _present);
       _present = nullptr;
     }
   }
-  Release(finished);
+  ListDelete(finished);
   const Lock lock(*this);
   _isEnded = true;
   pthread_cond_broadcast(&_changed);
@@ -223,14 +226,39 @@ QueueAttachment* QueueAttachments::UseBegin(QueueAttachment* attachment) {
 // Returns whether nobody can find the attachment any more.
 bool QueueAttachments::UseEnd(QueueAttachment* attachment) {
   --attachment->users;
-  --_users;
-  if (_isEnding && _users == 0)
-    pthread_cond_broadcast(&_changed);
+  UsersLeave(1);
   if (attachment == _present || attachment->users > 0)
     return false;
   if (attachment->isKept && !MessageWaits(*attachment))
     KeptUnlink(attachment);
   return !attachment->isKept;
+}
+
+// The present queue's semaphore, which the receiver may sleep beside although messages are left in a
+// kept attachment: nobody else tells it of them. 0, which a give refuses, where there are none.
+int QueueAttachments::KeptSemaphoreGet() const {
+  return _kept != nullptr && _present != nullptr ? _present->semaphoreId : 0;
+}
+
+void QueueAttachments::UsersLeave(int count) {
+  _users -= count;
+  if (_isEnding && _users == 0)
+    pthread_cond_broadcast(&_changed);
+}
+
+// What is to be detached counts as a user until it is: the end must come after that.
+void QueueAttachments::FinishedAdd(QueueAttachment** finished, QueueAttachment* attachment) {
+  attachment->next = *finished;
+  *finished = attachment;
+  ++_users;
+}
+
+void QueueAttachments::FinishedDelete(QueueAttachment* finished) {
+  if (finished == nullptr)
+    return;
+  const int count = ListDelete(finished);
+  const Lock lock(*this);
+  UsersLeave(count);
 }
 
 // Each waiter gets the result of the renewal that it has waited for, even if the next one has begun
@@ -256,7 +284,7 @@ QueueAttachment* QueueAttachments::KeptUse(QueueAttachment** finished) {
       return UseBegin(kept);
     if (kept->users == 0) {
       KeptUnlink(kept);
-      ListAdd(finished, kept);
+      FinishedAdd(finished, kept);
     }
     kept = next;
   }
@@ -286,7 +314,7 @@ void QueueAttachments::KeptUnlinkSegment(int segmentId, QueueAttachment** finish
     if (kept->shm != nullptr && kept->shm->id == segmentId) {
       KeptUnlink(kept);
       if (kept->users == 0)
-        ListAdd(finished, kept);
+        FinishedAdd(finished, kept);
     }
     kept = next;
   }

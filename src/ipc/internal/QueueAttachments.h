@@ -13,6 +13,7 @@ struct QueueAttachment {
   int capacity = 0;
   int semaphoreId = 0;
   int mutexId = 0;
+  bool isLost = false;  ///< no segment, where there was one: each send tries to open the queue anew
 
   // Guarded by the lock.
   int users = 0;                    ///< sends and receives that work with it
@@ -85,9 +86,9 @@ public:
   /// the last of them does.
   void End(bool allLeave);
 
-  /// The segment that a creator has made last; negative: none. For the one thread that attaches or
-  /// ends.
-  int madeSegmentId = -1;
+  // For the one thread that attaches or ends.
+  bool hasAttached = false;  ///< once at least
+  int madeSegmentId = -1;    ///< what a creator has made last; negative: nothing
 
 private:
   class Lock;
@@ -100,7 +101,7 @@ private:
     Waiter* next = nullptr;
   };
 
-  // Their callers hold the lock. What they put on a list is for `Release` after the lock.
+  // Their callers hold the lock. What they put on a list is for `FinishedDelete` after the lock.
   QueueAttachment* UseBegin(QueueAttachment* attachment);
   bool UseEnd(QueueAttachment* attachment);
   QueueAttachment* PresentUse();
@@ -109,14 +110,19 @@ private:
   void KeptUnlink(QueueAttachment* attachment);
   void KeptUnlinkSegment(int segmentId, QueueAttachment** finished);
   bool IsReceiver() const;
+  int KeptSemaphoreGet() const;
+  void UsersLeave(int count);
+  void FinishedAdd(QueueAttachment** finished, QueueAttachment* attachment);
   void Wait() { pthread_cond_wait(&_changed, &_lock); }
+
+  void FinishedDelete(QueueAttachment* finished);
 
   mutable pthread_mutex_t _lock = PTHREAD_MUTEX_INITIALIZER;
   pthread_cond_t _changed =
       PTHREAD_COND_INITIALIZER;  ///< renewal, end, and the last user's leaving
   QueueAttachment* _present = nullptr;
   QueueAttachment* _kept = nullptr;  ///< oldest first
-  int _users = 0;                    ///< of all attachments
+  int _users = 0;  ///< of all attachments, and one for each that is being detached
   Renewal _renewal = Renewal::NONE;
   Waiter* _waiters = nullptr;
   bool _isEnding = false;
