@@ -1,5 +1,7 @@
 #include "ipc/IpcHost.h"
 #include "ipc/ShmMsgQManager.h"
+#include "ipc/internal/QueueLayout.h"
+#include "platform/DequeVoid.h"
 #include "support/ScriptedIpc.h"
 #include "support/ScriptedLayer.h"
 #include "support/ScriptedSystem.h"
@@ -12,6 +14,8 @@
 namespace {
 
 constexpr int KEY = 99;
+int unlinked = 0;
+int unlinkedNull = 0;
 constexpr int ID = 5;
 std::unique_ptr<Queue> creator;
 std::unique_ptr<Queue> opener;
@@ -35,6 +39,8 @@ protected:
     opener.reset();
     ScriptsReset();
     ShmMsgQManager::Destroy();
+    unlinked = 0;
+    unlinkedNull = 0;
     HostFresh();
     SemaphoreMutexDelete(SemaphoreMutexNew(KEY, 0));
     creator = hasQueue ? std::make_unique<Queue>(1, ID, 64U) : nullptr;
@@ -121,6 +127,16 @@ const Case CASES[] = {
 };
 
 }  // namespace
+
+extern "C" {
+// DequeVoid::RemoveNode
+DequeVoidNode* __real__ZN9DequeVoid10RemoveNodeEP13DequeVoidNode(DequeVoid*, DequeVoidNode*);
+DequeVoidNode* __wrap__ZN9DequeVoid10RemoveNodeEP13DequeVoidNode(DequeVoid* list,
+                                                                 DequeVoidNode* node) {
+  ++(node != nullptr ? unlinked : unlinkedNull);
+  return __real__ZN9DequeVoid10RemoveNodeEP13DequeVoidNode(list, node);
+}
+}
 
 TEST_F(IpcFault, EachFailureHasItsResultItsLinesAndItsLeftovers) {
   for (const Case& row : CASES)
@@ -210,6 +226,70 @@ TEST_F(IpcFault, SendIsThreeSystemCallsAndRecvOfAMessageNone) {
   IpcReset();
   EXPECT_EQ(creator->Receive(9), "ab");
   EXPECT_TRUE(Ipc().calls.empty());
+}
+
+TEST_F(IpcFault, RecvIntoNoBufferRemovesTheMessage) {
+  HostPrepare(true);
+  EXPECT_EQ(opener->Send("ab", 2), 1);
+  EXPECT_EQ(creator->Recv(nullptr, 0), 0);
+  EXPECT_EQ(creator->SpaceGet(), 64);
+}
+
+TEST_F(IpcFault, SegmentThatIsRemovedBetweenLookAndAttachIsRefused) {
+  HostPrepare(true);
+  Ipc().fails = [](const std::string& call) {
+    if (call.rfind("shmat", 0) == 0)
+      shmctl(creator->_shm->id, IPC_RMID, nullptr);
+    return false;
+  };
+  EXPECT_EQ(ShMOpen(static_cast<int>(QueueKeyGet(ID))), nullptr);
+  EXPECT_EQ(Ipc().attached, 0);
+}
+
+// A creator that a signal made invalid knows what it has made, and removes nothing of another's.
+TEST_F(IpcFault, CreatorsDestroyRemovesTheSegmentThatAFailedSendLost) {
+  for (const bool isMadeByAnother : {false, true}) {
+    HostPrepare(true);
+    opener.reset();
+    Ipc().fails = [](const std::string& call) { return call.rfind("semop", 0) == 0; };
+    EXPECT_EQ(creator->Send("", 0), 0);
+    Ipc().fails = nullptr;
+    EXPECT_EQ(HostText(), "2/1");
+    if (isMadeByAnother) {
+      Queue(1, ID).Destroy();
+      opener = std::make_unique<Queue>(1, ID, 8U);
+    }
+    creator->Destroy();
+    EXPECT_EQ(HostText(), isMadeByAnother ? "2/1" : "0/0");
+  }
+}
+
+TEST_F(IpcFault, OpenerThatLostItsQueueFindsTheNextOne) {
+  HostPrepare(true);
+  creator->Destroy();
+  EXPECT_EQ(opener->Send("ab", 2), 0) << "no queue";
+  EXPECT_EQ(opener->IsValid(), 0);
+  creator = std::make_unique<Queue>(1, ID, 64U);
+  EXPECT_EQ(opener->Send("ab", 2), 1);
+  EXPECT_EQ(opener->IsValid(), 1);
+  EXPECT_EQ(creator->Receive(9), "ab");
+  opener->Destroy();
+  Queue(1, ID, 64U);
+  EXPECT_EQ(opener->Send("ab", 2), 0) << "destroyed for good";
+}
+
+// What a recording double of the neighbour's list was asked to unlink.
+TEST_F(IpcFault, ManagerUnlinksOnlyNodesThatItFound) {
+  HostPrepare(false);
+  ASSERT_EQ(ShmMsgQManager::Initialize(), 1);
+  ShmMsgQ* queue = ShmMsgQManager::New(ID, 16);
+  ShmMsgQManager::Acquire(ID);
+  ShmMsgQManager::Release(queue, 0);
+  ShmMsgQManager::ReleaseAll();
+  ShmMsgQManager::Release(new Queue(1, 6), 0);  // registered nowhere
+  ShmMsgQManager::Destroy();
+  EXPECT_EQ(unlinked, 1);
+  EXPECT_EQ(unlinkedNull, 0);
 }
 
 TEST_F(IpcFault, SetNumbered0IsGivenUpForAnother) {
