@@ -1,6 +1,7 @@
 #ifndef IPC_INTERNAL_QUEUE_LAYOUT_H
 #define IPC_INTERNAL_QUEUE_LAYOUT_H
 
+#include "ipc/QueueKeys.h"
 #include "ipc/VORNShmMsgQ.h"
 #include "ipc/VORNShmem.h"
 
@@ -32,24 +33,6 @@
 ///
 /// Every function here works on values that its caller has loaded once and checked. Another process
 /// may write anything into a segment at any time: never load a word again after its check.
-
-/// The key of the segment and of the semaphore of queue 0. Segments and sets have key spaces of
-/// their own, so the two share it.
-inline constexpr std::uint32_t QUEUE_BASE_KEY = 0xABBD0000;
-
-/// The key of the segment and of the semaphore of queue `id`. It is always an even number above the
-/// base, in 32-bit arithmetic that wraps, so queue `id` and queue `id` + 2^31 are the same queue.
-constexpr std::uint32_t QueueKeyGet(int id) {
-  return QUEUE_BASE_KEY + 2U * static_cast<std::uint32_t>(id);
-}
-
-/// The key of the mutex of queue `id`: the odd one that follows.
-constexpr std::uint32_t QueueMutexKeyGet(int id) { return QueueKeyGet(id) + 1U; }
-
-/// The id of the queue to which an object with `key` would belong, from -2^30 to 2^30 - 1.
-constexpr int QueueIdOfKey(std::uint32_t key) {
-  return static_cast<std::int32_t>(key - QUEUE_BASE_KEY) >> 1;
-}
 
 /// Bytes of the header at the start of the data area; the ring follows.
 inline constexpr std::uint32_t QUEUE_HEADER_SIZE = sizeof(ShmMsgQHeader);
