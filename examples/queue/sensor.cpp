@@ -2,7 +2,7 @@
 // away or comes back.
 
 #include "Reading.h"
-#include "StopSignal.h"
+#include "StopSignals.h"
 #include "ipc/ShmMsgQManager.h"
 #include "time/VORNClock.h"
 #include "time/VORNEventManager.h"
@@ -10,9 +10,16 @@
 
 #include <CLI/CLI.hpp>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
-#include <ctime>
+#include <cstdlib>
 #include <exception>
+#include <future>
+#include <mutex>
+#include <stop_token>
+#include <thread>
+#include <utility>
 
 #include <unistd.h>
 
@@ -31,7 +38,8 @@ enum class Link { NEW, UP, FULL, NO_LOGGER };
 /// always looks for it anew.
 class LoggerLink {
 public:
-  explicit LoggerLink(const Options& options) : _options(options) {}
+  LoggerLink(const Options& options, const std::stop_token& stop)
+      : _options(options), _stop(stop) {}
   ~LoggerLink() { ShmMsgQManager::Release(_queue, 0); }
   LoggerLink(const LoggerLink&) = delete;
   LoggerLink& operator=(const LoggerLink&) = delete;
@@ -45,6 +53,7 @@ private:
   void StateSet(Link state);
 
   const Options& _options;
+  std::stop_token _stop;
   ShmMsgQ* _queue = nullptr;
   Link _state = Link::NEW;
   long _sent = 0;
@@ -90,6 +99,8 @@ void LoggerLink::Send(const char* bytes, int length) {
   ++_lost;
   ShmMsgQManager::Release(_queue, 0);
   _queue = nullptr;
+  if (_stop.stop_requested())
+    return;  // the send was interrupted, which says nothing about the queue
   Look();
   if (_queue != nullptr)
     StateSet(Link::FULL);
@@ -129,21 +140,23 @@ private:
 VORNNtpTime NowGet(VORNClock* clock) {
   KELNtpTime now;
   clock->TimeGet(&now);
-  return VORNNtpTime::FromWords(now.sec, now.frac);
+  return VORNNtpTime::FromKelTime(now);
 }
 
-// Ends early at a signal; the loop looks at the clock anyway.
-void Sleep(const VORNNtpTime& time) {
-  timespec rest{};
-  rest.tv_sec = time.sec;
-  rest.tv_nsec = static_cast<long>((std::uint64_t{time.frac} * 1000000000U) >> 32);
-  nanosleep(&rest, nullptr);
+// Ends early when the sensor is to stop.
+void Sleep(const VORNNtpTime& time, const std::stop_token& stop) {
+  std::mutex mutex;
+  std::unique_lock lock(mutex);
+  std::condition_variable_any never;
+  never.wait_for(lock, stop, std::chrono::duration<double>(time.SecondsGet()),
+                 [] { return false; });
 }
 
-// Returns the exit code.
-int ReadingsSend(const Options& options) {
+// The working thread. Returns the exit code.
+int ReadingsSend(const std::stop_token& stop, const Options& options) {
+  const StopAtEnd end;
   VORNClock clock;
-  LoggerLink logger(options);
+  LoggerLink logger(options, stop);
   VORNEventManager events(1, 1, 0);  // one event, which is ours; sleeps of one second at most
   if (clock.IsValid() == 0 || events.IsValid() == 0) {
     std::fprintf(stderr, "sensor: no memory\n");
@@ -152,14 +165,48 @@ int ReadingsSend(const Options& options) {
   ReadingEvent reading(NowGet(&clock), options, &logger);
   events.EventAdd(&reading);
   logger.Look();
-  while (!StopRequested() &&
+  while (!stop.stop_requested() && std::ferror(stdout) == 0 &&
          (options.count == 0 || logger.SentGet() + logger.LostGet() < options.count)) {
-    Sleep(events.SleepTimeMinGet(NowGet(&clock)));
+    Sleep(events.SleepTimeMinGet(NowGet(&clock)), stop);
     reading.Fired(NowGet(&clock));
   }
   std::printf("sensor %d: %ld readings sent, %ld lost\n", options.sensor, logger.SentGet(),
               logger.LostGet());
   return logger.LostGet() == 0 ? 0 : 3;
+}
+
+// Only a send that waits for the mutex goes on after a stop: it waits as long as the holder keeps
+// it, and for ever when that one is dead. An interruption ends the wait, and never a send that is
+// under way; the first one makes `Send` open the queue anew and wait once more, the second ends it.
+void WorkEnd(const Options& options, std::jthread* worker, const std::future<int>& result) {
+  constexpr std::chrono::milliseconds PATIENCE(200);
+  constexpr int ATTEMPTS = 10;
+  constexpr auto READY = std::future_status::ready;
+  worker->request_stop();
+  if (result.wait_for(PATIENCE) == READY)
+    return;
+  std::fprintf(
+      stderr,
+      "sensor %d: waits for the mutex of queue %d; `vorndiag queue %d` shows who holds it, "
+      "and `--give-mutex` there gives back that of a dead sensor\n",
+      options.sensor, options.queue, options.queue);
+  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+    WaitInterrupt(worker->native_handle());
+    if (result.wait_for(PATIENCE) == READY)
+      return;
+  }
+  std::fprintf(stderr, "sensor %d: standard output takes nothing; ended\n", options.sensor);
+  std::_Exit(1);
+}
+
+int SensorRun(const Options& options) {
+  std::packaged_task<int(const std::stop_token&)> work(
+      [&options](const std::stop_token& stop) { return ReadingsSend(stop, options); });
+  std::future<int> result = work.get_future();
+  std::jthread worker(std::move(work));
+  StopAwait();
+  WorkEnd(options, &worker, result);
+  return result.get();
 }
 
 int ProgramRun(int argumentCount, char** arguments) {
@@ -183,12 +230,12 @@ int ProgramRun(int argumentCount, char** arguments) {
   }
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   VornRandomNumberSeed(static_cast<unsigned int>(options.sensor));
-  StopSignalsCatch();
+  StopSignalsBlock();
   if (ShmMsgQManager::Initialize() == 0) {
     std::fprintf(stderr, "sensor: no memory\n");
     return 1;
   }
-  const int exitCode = ReadingsSend(options);
+  const int exitCode = SensorRun(options);
   ShmMsgQManager::Destroy();
   return exitCode;
 }
