@@ -187,8 +187,8 @@ void WorkEnd(const Options& options, std::jthread* worker, const std::future<int
     return;
   std::fprintf(
       stderr,
-      "sensor %d: waits for the mutex of queue %d; `vorndiag queue %d` shows who holds it, "
-      "and `--give-mutex` there gives back that of a dead sensor\n",
+      "sensor %d: its last send to queue %d does not end: `vorndiag queue %d` shows whether "
+      "a dead sender holds the mutex, and `--give-mutex` there gives it back\n",
       options.sensor, options.queue, options.queue);
   for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
     WaitInterrupt(worker->native_handle());
