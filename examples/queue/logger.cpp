@@ -90,9 +90,8 @@ void Log::SummaryPrint() const {
 }
 
 // Says why there is no queue for this logger. Returns the exit code.
-int RefusalReport(const Options& options, bool wasTried) {
-  const QueueLook look = QueueLookAt(options.queue);
-  if (wasTried && (look.finding == Finding::NONE || look.finding == Finding::LEFT_BEHIND)) {
+int RefusalReport(const Options& options, const QueueLook& look, bool wasTried) {
+  if (wasTried) {
     LimitPrint(options.queue, options.size);
     return EXIT_TROUBLE;
   }
@@ -100,19 +99,27 @@ int RefusalReport(const Options& options, bool wasTried) {
   return look.finding == Finding::LEFT_BEHIND ? EXIT_LEFT_BEHIND : EXIT_NOT_OURS;
 }
 
-// Null, with the exit code, after it has said why. Only the logger that has the seat comes here.
+// Null, with the exit code, after it has said why. Only the logger that has the seat comes here. It
+// tries three times: a sensor that opens a queue half made makes the sets that are missing, and
+// whoever is a moment later than another with the same set is refused.
 QueueHolder QueueGet(const Options& options, int* exitCode) {
-  const Finding finding = QueueLookAt(options.queue).finding;
-  const bool isAbsent = finding == Finding::NONE;
-  const bool isAdopted = finding == Finding::LEFT_BEHIND && options.takeOver;
-  QueueHolder queue;
-  if (isAbsent)
-    queue.reset(ShmMsgQManager::New(options.queue, options.size));
-  else if (isAdopted)
-    queue.reset(ShmMsgQManager::Open(options.queue));
-  if (queue == nullptr)
-    *exitCode = RefusalReport(options, isAbsent || isAdopted);
-  return queue;
+  constexpr int ATTEMPTS = 3;
+  for (int attempt = 1;; ++attempt) {
+    const QueueLook look = QueueLookAt(options.queue);
+    const bool isAbsent = look.finding == Finding::NONE;
+    const bool isAdopted = look.finding == Finding::LEFT_BEHIND && options.takeOver;
+    QueueHolder queue;
+    if (isAbsent)
+      queue.reset(ShmMsgQManager::New(options.queue, options.size));
+    else if (isAdopted)
+      queue.reset(ShmMsgQManager::Open(options.queue));
+    if (queue != nullptr)
+      return queue;
+    if (attempt == ATTEMPTS || !(isAbsent || isAdopted)) {
+      *exitCode = RefusalReport(options, look, isAbsent || isAdopted);
+      return queue;
+    }
+  }
 }
 
 // Why Recv failed. It has nothing to say itself when it found damage, so `errno` was cleared.
