@@ -8,7 +8,6 @@
 #include "utils/VORNUtilsDiag.h"
 
 #include <climits>
-#include <map>
 #include <memory>
 
 namespace {
@@ -49,82 +48,85 @@ protected:
   }
 };
 
-// Result, validity and free bytes in one number.
-int Sent(Queue& queue) {
+std::string Sent(Queue& queue) {
   const int result = queue.Send("ab", 2);
-  return 10000 * result + 1000 * queue.IsValid() + queue.SpaceGet();
+  return std::string(result == 1 ? "sent" : "not sent") +
+         (queue.IsValid() == 1 ? ", valid, " : ", invalid, ") + std::to_string(queue.SpaceGet()) +
+         " free";
 }
 
-int ShmResult(ShMHandle* handle) {
-  const int result = handle != nullptr ? 1 : 0;
+std::string Pointed(ShMHandle* handle) {
   ShMDelete(handle, 0);
-  return result;
+  return handle != nullptr ? "handle" : "null";
 }
 
-// One of the two objects, so that rows stay short.
-Queue& Owner() { return *creator; }
-Queue& Guest() { return *opener; }
-int OpenTry() { return Queue(1, ID).IsValid(); }
-int MakeTry(int id, unsigned int size) { return Queue(1, id, size).IsValid(); }
-int SegmentTry(int key, unsigned int length) { return ShmResult(ShMNew(key, length)); }
+std::string Number(int value) { return std::to_string(value); }
 
-int Print() {
-  creator->Print();
-  return 1;
-}
+/// A line and the least level that prints it.
+struct Line {
+  int level;
+  const char* text;
+};
 
-int WrongArguments() {
-  char byte = 0;
-  return Guest().Send(nullptr, 1) + Guest().Send("", -1) + Guest().Recv(nullptr, 1) +
-         Guest().Recv(&byte, -1);
-}
-
-const std::map<char, const char*> LINES = {
-    {'s', "VORN: unable to allocate named semaphore\n"},
-    {'v', "VORN: unable to allocate semaphore inti\n"},
-    {'c', "VORN: Failed to close named semaphore.\n"},
-    {'t', "VORN: TakeMutex failed.\n"},
-    {'g', "VORN: ReleaseSemaphore failed.\n"},
-    {'n', "VORN: shared memory: unable to create new shared handle\n"},
-    {'o', "VORN: shared memory: unable to open shared handle, which may not exist any more\n"},
-    {'p', "Shared Message Queue: id 5 refCount 1\n"}};
+constexpr Line NO_SET{0, "VORN: unable to allocate named semaphore\n"};
+constexpr Line NO_VALUE{0, "VORN: unable to allocate semaphore inti\n"};
+constexpr Line NOT_CLOSED{1, "VORN: Failed to close named semaphore.\n"};
+constexpr Line NOT_TAKEN{2, "VORN: TakeMutex failed.\n"};
+constexpr Line NOT_GIVEN{2, "VORN: ReleaseSemaphore failed.\n"};
+constexpr Line NOT_MADE{0, "VORN: shared memory: unable to create new shared handle\n"};
+constexpr Line NOT_OPENED{
+    2, "VORN: shared memory: unable to open shared handle, which may not exist any more\n"};
+constexpr Line PRINTED{INT_MIN, "Shared Message Queue: id 5 refCount 1\n"};
 
 struct Case {
-  const char* failing;  // the first calls that begin with this fail
-  long times;
-  int (*act)();
-  long result;
-  const char* lines;  // pairs of the least level that prints a line and its letter; '-': any
-  const char* left = "2/1";
+  const char* name;
+  const char* refused;  // the first calls that begin with this are refused
+  int times;            // so many of them
+  std::string (*act)();
+  const char* result;
+  std::vector<Line> lines;
+  const char* left = "2/1";  // sets and segments on the host
 };
 
+char byte;
+
+// One row a line.
+// clang-format off
 const Case CASES[] = {
-    {"semget", 2, [] { return SemaphoreMutexNew(KEY, 0); }, 0, "0s"},
-    {"semget", 2, [] { return NamedSemaphoreNew(KEY, 0); }, 0, "0s0s"},
-    {"semget", 2, [] { return NamedMutexNew(KEY); }, 0, "0s"},
-    {"", 0, [] { return SemaphoreMutexNew(0, 0); }, 0, "0s"},
-    {"semctl SETVAL", 1, [] { return NamedSemaphoreNew(KEY, 0); }, 0, "0v0s", "3/1"},
-    {"semctl IPC_RMID", 1, [] { return NamedMutexDelete(Owner()._mutexId); }, 0, "1c"},
-    {"sem", 9, [] { return SemaphoreMutexDelete(0) + NamedMutexDelete(-1); }, 2, ""},
-    {"semop", 1, [] { return NamedSemaphoreTake(Owner()._mutexId); }, 0, ""},
-    {"semctl", 1, [] { return NamedMutexGive(Owner()._mutexId); }, 0, ""},
-    {"", 0, [] { return NamedMutexTake(0) + NamedSemaphoreGive(-1); }, 0, ""},
-    {"shmget", 1, [] { return SegmentTry(KEY, 1); }, 0, "0n"},
-    {"shmat", 1, [] { return SegmentTry(KEY, 1); }, 0, "0n"},
-    {"", 0, [] { return SegmentTry(0, 1) + SegmentTry(KEY, 0); }, 0, ""},
-    {"shmget", 1, OpenTry, 0, "2o"},
-    {"shmat", 1, OpenTry, 0, "2o"},
-    {"shmctl", 1, OpenTry, 0, "2o"},
-    {"", 0, [] { return MakeTry(ID, 16); }, 0, "0n"},
-    {"", 0, [] { return MakeTry(6, INT_MAX) + MakeTry(6, UINT_MAX); }, 0, "0n0n"},
-    {"semop", 1, [] { return Sent(Guest()); }, 11058, "2t"},
-    {"semop", 2, [] { return Sent(Guest()); }, 1064, "2t2t"},
-    {"semop", 1, [] { return Sent(Owner()) + Sent(Owner()); }, 0, "2t0n"},
-    {"semctl SETVAL", 1, [] { return Sent(Guest()); }, 11052, "2g"},
-    {"semop", 1, [] { return Guest().Receive(1) == "failed" ? 1 : 0; }, 1, ""},
-    {"sem", 9, WrongArguments, -2, ""},
-    {"", 0, Print, 1, "-p"},
+    {"set: neither opened nor made", "semget", 2, [] { return Number(SemaphoreMutexNew(KEY, 0)); }, "0", {NO_SET}},
+    {"semaphore: neither opened nor made", "semget", 2, [] { return Number(NamedSemaphoreNew(KEY, 0)); }, "0", {NO_SET, NO_SET}},
+    {"mutex: neither opened nor made", "semget", 2, [] { return Number(NamedMutexNew(KEY)); }, "0", {NO_SET}},
+    {"set: key 0", "", 0, [] { return Number(SemaphoreMutexNew(0, 0)); }, "0", {NO_SET}},
+    {"semaphore: made, no value", "semctl SETVAL", 1, [] { return Number(NamedSemaphoreNew(KEY, 0)); }, "0", {NO_VALUE, NO_SET}, "3/1"},
+    {"mutex: not removed", "semctl IPC_RMID", 1, [] { return Number(NamedMutexDelete(creator->_mutexId)); }, "0", {NOT_CLOSED}},
+    {"set: handle 0 is not removed", "sem", 9, [] { return Number(SemaphoreMutexDelete(0)); }, "1", {}},
+    {"mutex: handle -1 is not removed", "sem", 9, [] { return Number(NamedMutexDelete(-1)); }, "1", {}},
+    {"semaphore: not taken", "semop", 1, [] { return Number(NamedSemaphoreTake(creator->_mutexId)); }, "0", {}},
+    {"mutex: not given", "semctl", 1, [] { return Number(NamedMutexGive(creator->_mutexId)); }, "0", {}},
+    {"mutex: handle 0 is not taken", "", 0, [] { return Number(NamedMutexTake(0)); }, "0", {}},
+    {"semaphore: handle -1 is not given", "", 0, [] { return Number(NamedSemaphoreGive(-1)); }, "0", {}},
+    {"segment: not made", "shmget", 1, [] { return Pointed(ShMNew(KEY, 1)); }, "null", {NOT_MADE}},
+    {"segment: made, not attached", "shmat", 1, [] { return Pointed(ShMNew(KEY, 1)); }, "null", {NOT_MADE}},
+    {"segment: key 0", "", 0, [] { return Pointed(ShMNew(0, 1)); }, "null", {}},
+    {"segment: length 0", "", 0, [] { return Pointed(ShMNew(KEY, 0)); }, "null", {}},
+    {"opener: no segment", "shmget", 1, [] { return Number(Queue(1, ID).IsValid()); }, "0", {NOT_OPENED}},
+    {"opener: not attached", "shmat", 1, [] { return Number(Queue(1, ID).IsValid()); }, "0", {NOT_OPENED}},
+    {"opener: size not told", "shmctl", 1, [] { return Number(Queue(1, ID).IsValid()); }, "0", {NOT_OPENED}},
+    {"creator: queue exists", "", 0, [] { return Number(Queue(1, ID, 16U).IsValid()); }, "0", {NOT_MADE}},
+    {"creator: one byte too large", "", 0, [] { return Number(Queue(1, 6, INT_MAX).IsValid()); }, "0", {NOT_MADE}},
+    {"creator: far too large", "", 0, [] { return Number(Queue(1, 6, UINT_MAX).IsValid()); }, "0", {NOT_MADE}},
+    {"opener's send: one take fails", "semop", 1, [] { return Sent(*opener); }, "sent, valid, 58 free", {NOT_TAKEN}},
+    {"opener's send: two takes fail", "semop", 2, [] { return Sent(*opener); }, "not sent, valid, 64 free", {NOT_TAKEN, NOT_TAKEN}},
+    {"opener's send: one give fails", "semctl SETVAL", 1, [] { return Sent(*opener); }, "sent, valid, 52 free", {NOT_GIVEN}},
+    {"creator's send: one take fails", "semop", 1, [] { return Sent(*creator); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_MADE}},
+    {"receive: take fails", "semop", 1, [] { return opener->Receive(1); }, "failed", {}},
+    {"send: null", "sem", 9, [] { return Number(opener->Send(nullptr, 1)); }, "0", {}},
+    {"send: negative length", "sem", 9, [] { return Number(opener->Send("", -1)); }, "0", {}},
+    {"receive: null", "sem", 9, [] { return Number(opener->Recv(nullptr, 1)); }, "-1", {}},
+    {"receive: negative length", "sem", 9, [] { return Number(opener->Recv(&byte, -1)); }, "-1", {}},
+    {"print", "", 0, [] { creator->Print(); return Number(1); }, "1", {PRINTED}},
 };
+// clang-format on
 
 }  // namespace
 
@@ -141,18 +143,18 @@ DequeVoidNode* __wrap__ZN9DequeVoid10RemoveNodeEP13DequeVoidNode(DequeVoid* list
 TEST_F(IpcFault, EachFailureHasItsResultItsLinesAndItsLeftovers) {
   for (const Case& row : CASES)
     for (int level = -1; level <= 3; ++level) {
-      SCOPED_TRACE(testing::Message() << "row " << &row - CASES << " at level " << level);
+      SCOPED_TRACE(testing::Message() << row.name << ", level " << level);
       HostPrepare(true);
       VornUtilsVerbositySet(level);
-      long times = row.times;
+      int times = row.times;
       Ipc().fails = [&](const std::string& call) {
-        return call.rfind(row.failing, 0) == 0 && times-- > 0;
+        return call.rfind(row.refused, 0) == 0 && times-- > 0;
       };
       EXPECT_EQ(row.act(), row.result);
-      std::string expected;
-      for (const char* line = row.lines; *line != 0; line += 2)
-        expected += *line == '-' || *line - '0' <= level ? LINES.at(line[1]) : "";
-      EXPECT_EQ(Script().printed, expected);
+      std::string lines;
+      for (const Line& line : row.lines)
+        lines += line.level <= level ? line.text : "";
+      EXPECT_EQ(Script().printed, lines);
       Ipc().fails = nullptr;
       EXPECT_EQ(HostText(), row.left);
     }
