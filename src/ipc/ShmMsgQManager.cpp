@@ -32,7 +32,9 @@ DequeVoidNode* NodeNew(bool destroyHalfMade, Arguments... arguments) {
   return nullptr;
 }
 
-// Wraps instead of overflowing: counts are the callers' business, and never a trap.
+// A count can become negative: `Release` by id takes a holder off every object of the queue, and
+// one by object may be called once too often. It wraps instead of overflowing: counts are the
+// callers' business, and never a trap.
 void CountAdd(int& count, int change) {
   count = static_cast<int>(static_cast<unsigned int>(count) + static_cast<unsigned int>(change));
 }

@@ -18,9 +18,11 @@ struct KELSemaphore;
 /// `ShmMsgQ::Recv`. Locks in their order: this mutex, then a queue's named mutex.
 ///
 /// Before `Initialize` and after `Destroy` every operation refuses: 0, null, or nothing done.
+///
+/// Append only: the order of the static members is part of what programs link against.
 class VORN_API ShmMsgQManager {
 public:
-  ShmMsgQManager() = delete;
+  ShmMsgQManager() = delete;  ///< there is one registry per process
 
   /// Makes the registry. Returns 1, also when it is there already, which it stays; or 0 without
   /// memory or mutex, with nothing made. Call it before other threads use the manager.

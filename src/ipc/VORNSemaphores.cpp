@@ -37,6 +37,9 @@ int AllocationRefuse(const char* what) {
   return Refuse(error);
 }
 
+// An interrupted take is not tried again: a signal is the only thing that ends the wait for a
+// holder that died, without touching the set. The caller, who knows why it was interrupted,
+// decides.
 int Take(int handle) {
   if (handle <= NO_HANDLE)
     return Refuse(EINVAL);

@@ -38,11 +38,14 @@ VORN_API int NamedSemaphoreGive(int handle);
 /// `SemaphoreMutexDelete`.
 VORN_API int NamedSemaphoreDelete(int handle);
 
-/// A mutex is a semaphore that is made with the value 1. Any process or thread may give it, which
-/// is how a mutex of a dead holder is brought back; see docs/operations.md.
+/// `SemaphoreMutexNew` with the value 1, which makes a mutex. Any process or thread may give a
+/// mutex: that is how the mutex of a dead holder is brought back; see docs/operations.md.
 VORN_API int NamedMutexNew(int key);
+/// `NamedSemaphoreTake`: the caller holds the mutex after a 1.
 VORN_API int NamedMutexTake(int handle);
+/// `NamedSemaphoreGive`.
 VORN_API int NamedMutexGive(int handle);
+/// `SemaphoreMutexDelete`.
 VORN_API int NamedMutexDelete(int handle);
 
 #endif

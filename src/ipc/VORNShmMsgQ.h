@@ -24,6 +24,7 @@ struct QueueAttachment;
 /// against.
 class VORN_API ShmMsgQ {
 public:
+  /// A queue object without a queue, for the classes below.
   ShmMsgQ(int refCount, int id);
 
   /// Free bytes in the ring: a message of L bytes fits when it is at least L + 4. The offsets are
@@ -67,6 +68,7 @@ public:
   /// Prints queue id and reference count, whatever the verbosity.
   virtual void Print();
 
+  /// No thread uses the object any more. The queue stays on the host.
   virtual ~ShmMsgQ();
   ShmMsgQ(const ShmMsgQ&) = delete;
   ShmMsgQ& operator=(const ShmMsgQ&) = delete;
@@ -74,7 +76,7 @@ public:
 protected:
   friend class ShmMsgQManager;
 
-  int _id;
+  int _id;         ///< queue id
   int _refCount;   ///< holders in this process, kept by the manager
   int _capacity;   ///< bytes of the ring as this process found it; read in valid objects only
   int _isCreator;  ///< 1: this object made the shared objects; 0: it opened them
@@ -105,6 +107,7 @@ public:
   /// Detaches; the queue stays on the host.
   ~ShmMsgQImpl() override;
 
+  // As `ShmMsgQ` says.
   int SpaceGet() const override;
   int Send(const char* data, int length) override;
   int Recv(char* buffer, int length) override;
@@ -133,9 +136,9 @@ protected:
   // operations work with the copy that `_attachments` keeps for them.
   ShMHandle* _shm = nullptr;         ///< owned by `_attachments`; null: not attached
   ShmMsgQHeader* _header = nullptr;  ///< in the segment; the ring follows it
-  int _mutexId = 0;
-  int _semaphoreId = 0;
-  unsigned int _segmentLength = 0;  ///< usable length that a creator asks for; 0: opener
+  int _mutexId = 0;                  ///< handle of the named mutex; 0: none
+  int _semaphoreId = 0;              ///< handle of the named semaphore; 0: none
+  unsigned int _segmentLength = 0;   ///< usable length that a creator asks for; 0: opener
 
 private:
   VORN_LOCAL int CapacityGet() const;

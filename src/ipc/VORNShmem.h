@@ -27,9 +27,10 @@ struct ShMHandle {
 };
 
 /// Makes the segment of `key` (System V key) with a data area of `length` bytes, zeroed, and
-/// attaches it. Returns a handle; or null: without a word for key or length 0 or when there is no
-/// memory for the handle; with a line at level >= 0 when the key is in use, the length is above
-/// 2^32 - 5 or more than the kernel gives, or it cannot be attached. Nothing is left behind then.
+/// attaches it. Returns a handle, or null with nothing left behind: without a message when the key
+/// or the length is 0 or there is no memory for the handle; with a line at level >= 0 when the key
+/// is in use, when the length is above 2^32 - 5 or more than the kernel gives, or when the segment
+/// cannot be attached.
 VORN_API ShMHandle* ShMNew(int key, unsigned int length);
 
 /// Attaches the segment of `key`. Returns a handle; or null, with a line at level > 1, when there
@@ -47,10 +48,11 @@ VORN_API void* ShMAddressGet(ShMHandle* handle);
 /// that.
 VORN_API unsigned int ShMLengthGet(ShMHandle* handle);
 
-/// Copies `count` bytes between the start of the data area and the caller's memory. Return 1; or 0
-/// with nothing copied for a null handle, a null pointer with a count, and more than the usable
-/// length or the segment itself.
+/// Copies `count` bytes from `source` to the start of the data area. Returns 1; or 0 with nothing
+/// copied for a null handle, a null pointer with a count, and more than the usable length or the
+/// segment itself.
 VORN_API int ShMWrite(ShMHandle* handle, const void* source, unsigned int count);
+/// Copies `count` bytes from the start of the data area to `destination`, with the same refusals.
 VORN_API int ShMRead(ShMHandle* handle, void* destination, unsigned int count);
 
 #endif

@@ -1,5 +1,7 @@
 #include "support/ScriptedIpc.h"
 
+#include "ipc/internal/SemaphoreArgument.h"
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -31,11 +33,6 @@ std::string CommandText(int command) {
     return "SETVAL";
   return command == IPC_RMID ? "IPC_RMID" : std::to_string(command);
 }
-
-union SemaphoreArgument {
-  int value;
-  void* pointer;
-};
 
 }  // namespace
 
@@ -73,7 +70,7 @@ int __wrap_semctl(int set, int number, int command, ...) {
   if (command != IPC_RMID)
     argument = va_arg(arguments, SemaphoreArgument);
   va_end(arguments);
-  const std::string value = command == SETVAL ? " " + std::to_string(argument.value) : "";
+  const std::string value = command == SETVAL ? " " + std::to_string(argument.val) : "";
   const bool fails =
       Fails("semctl %s %d %d%s", CommandText(command).c_str(), set, number, value.c_str());
   return fails ? -1 : __real_semctl(set, number, command, argument);
