@@ -21,14 +21,14 @@ constexpr char ENTRY_SEPARATOR = ':';
 constexpr char COMMENT_START = '#';
 constexpr std::size_t BLOCK_SIZE = 63;
 // Blanks and comments fill no buffer, so a device or pipe could go on with them for ever.
-constexpr int BLOCK_LIMIT = 1 << 18;
+constexpr std::size_t FILE_SIZE_LIMIT = std::size_t{1} << 24;
 
 // Filters the file into `buffer`, `limit` bytes at most. Returns the bytes kept. What went wrong
 // is told, and is in the stream's error flag.
 int FileFilter(FILE* file, const char* name, char* buffer, int limit) {
   FilterStatus status{1, 0};
   int count = 0;
-  int blocks = 0;
+  std::size_t room = FILE_SIZE_LIMIT;
   do {
     char block[BLOCK_SIZE];
     const std::size_t length = std::fread(block, 1, sizeof block, file);
@@ -37,10 +37,12 @@ int FileFilter(FILE* file, const char* name, char* buffer, int limit) {
                       name);
       break;
     }
+    const std::size_t used = std::min(length, room);
+    room -= used;
     int overflow = 0;
     count += FilterWhitespace(&status, &overflow, buffer + count, limit - count, block,
-                              static_cast<int>(length), ENTRY_SEPARATOR, COMMENT_START);
-    if (overflow != 0 || ++blocks == BLOCK_LIMIT) {
+                              static_cast<int>(used), ENTRY_SEPARATOR, COMMENT_START);
+    if (overflow != 0 || used < length) {
       DiagnosticPrint(Diagnostic::FAILURE, "%s file too long. max %d\n", TAG, VORN_HOST_LIST_SIZE);
       break;
     }
@@ -48,9 +50,10 @@ int FileFilter(FILE* file, const char* name, char* buffer, int limit) {
   return count;
 }
 
-// Takes the list from an open file, which it closes. Returns the buffer, or null after an error.
-char* FileTake(FILE* file, const char* name, char* buffer, int length) {
+// Reads the list from an open file, which it closes. Returns the buffer, or null after an error.
+char* FileRead(FILE* file, const char* name, char* buffer, int length) {
   DiagnosticPrint(Diagnostic::NOTE, "%s using file %s\n", TAG, name);
+  // One less in the smallest buffer, which must hold a terminator as well.
   const int count = FileFilter(file, name, buffer, std::min(VORN_HOST_LIST_SIZE, length - 1));
   const bool failed = std::ferror(file) != 0;
   if (failed)
@@ -63,7 +66,7 @@ char* FileTake(FILE* file, const char* name, char* buffer, int length) {
   return buffer;
 }
 
-char* VariableTake(const char* name, char* buffer, int length) {
+char* VariableCopy(const char* name, char* buffer, int length) {
   const char* value = std::getenv(name);
   if (value == nullptr) {
     DiagnosticPrint(Diagnostic::NOTE, "%s environment variable %s not found\n", TAG, name);
@@ -99,16 +102,19 @@ char* VornEnvironmentGet(char* buffer, int length, VORNEnvironmentType type, int
   const char* name = VORN_ENVIRONMENT_STRING[type];
   FILE* file = useFile != 0 ? VornFileOpen(name, "r") : nullptr;
   if (file != nullptr)
-    return FileTake(file, name, buffer, length);
+    return FileRead(file, name, buffer, length);
   DiagnosticPrint(Diagnostic::NOTE, "%s file %s not found\n", TAG, name);
-  return useEnvironment != 0 ? VariableTake(name, buffer, length) : nullptr;
+  return useEnvironment != 0 ? VariableCopy(name, buffer, length) : nullptr;
 }
 
 int FilterWhitespace(FilterStatus* status, int* overflow, char* output, int limit,
                      const char* input, int inputLength, char separator, char comment) {
-  if (status == nullptr || overflow == nullptr || output == nullptr || input == nullptr)
+  if (overflow == nullptr)
     return 0;
   *overflow = 0;
+  if (status == nullptr || (output == nullptr && limit > 0) ||
+      (input == nullptr && inputLength > 0))
+    return 0;
   int written = 0;
   for (int i = 0; i < inputLength; ++i) {
     const char byte = input[i];

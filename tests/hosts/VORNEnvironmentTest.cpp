@@ -142,19 +142,55 @@ TEST_F(HostList, RequestsThatCannotBeMetWriteNothing) {
       {at, 4096, 0, 1},      {at, 4096, -1, 1}, {at, 4096, 5, 1}};
   for (const auto& [to, length, type, variable] : requests)
     EXPECT_EQ(VornEnvironmentGet(to, length, VORNEnvironmentType(type), variable, 0), nullptr);
-  FilterStatus status{0, 0};
-  int over = 7;
-  const auto filter = [](FilterStatus* from, int* flag, char* to, const char* input) {
-    return FilterWhitespace(from, flag, to, 1, input, 1, ':', '#');
-  };
-  EXPECT_EQ(filter(nullptr, &over, at, "a") + filter(&status, nullptr, at, "a"), 0);
-  EXPECT_EQ(filter(&status, &over, nullptr, "a") + filter(&status, &over, at, nullptr) + over, 7);
-  EXPECT_EQ(FilterWhitespace(&status, &over, at, 1, "a", -1, ':', '#') + over, 0);
-  EXPECT_EQ(FilterWhitespace(&status, &over, at, -1, " a", 2, ':', '#') + over, 1);
   EXPECT_EQ(printed + buffer, std::string(4096, '!'));
   VORNHostListProperties properties{{7, 7, 7, 7}};
   VornHostListPropertiesDefaultGet(&properties);
   EXPECT_TRUE(std::ranges::equal(properties.words, std::vector<int>{1, 1, 0, 0}));
+}
+
+TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
+  struct Row {
+    const char* what;
+    bool hasStatus;
+    const char* input;
+    int length;
+    bool hasOutput;
+    int limit, written, overflow;
+  };
+  const Row rows[] = {
+      {"no status", false, "a", 1, true, 1, 0, 0},
+      {"no output", true, "a", 1, false, 1, 0, 0},
+      {"no input", true, nullptr, 1, true, 1, 0, 0},
+      {"no input, none needed", true, nullptr, 0, true, 1, 0, 0},
+      {"no output, none wanted", true, "a", 1, false, 0, 0, 1},
+      {"no output, nothing to write", true, " ", 1, false, 0, 0, 0},
+      {"negative length", true, "a", -1, true, 1, 0, 0},
+      {"negative limit", true, " a", 2, true, -1, 0, 1},
+      {"nothing at all", false, nullptr, 0, false, 0, 0, 0},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    FilterStatus status{0, 0};
+    int overflow = 7;
+    char output = '!';
+    EXPECT_EQ(FilterWhitespace(row.hasStatus ? &status : nullptr, &overflow,
+                               row.hasOutput ? &output : nullptr, row.limit, row.input, row.length,
+                               ':', '#'),
+              row.written);
+    EXPECT_EQ(overflow, row.overflow);
+    EXPECT_EQ(status.lastWasSeparator, 0);
+    EXPECT_EQ(output, '!');
+  }
+  FilterStatus status{0, 0};
+  EXPECT_EQ(FilterWhitespace(&status, nullptr, nullptr, 0, "a", 1, ':', '#'), 0);
+}
+
+// Blanks fill no buffer: only the bound on what is read ends a long file of them.
+TEST_F(HostList, FilesAreReadUpTo16MiBAndOnlyALongerOneIsToldOf) {
+  for (const bool isLonger : {false, true}) {
+    std::ofstream(NAME) << std::string((1 << 24) - 2, ' ') << (isLonger ? "xyz" : "xy");
+    Expect("xy", 0, 1, {useFile, {isLonger ? 0 : 9, "file too long. max 4096"}});
+  }
 }
 
 TEST(HostMaskGet, CutsTheEntryAtTheSlash) {
