@@ -1,6 +1,6 @@
 #include "hosts/VORNDeclRecipient.h"
 
-#include "hosts/HostTable.h"
+#include "support/HashTable.h"
 #include "support/ScriptedSystem.h"
 
 #include <climits>

@@ -1,7 +1,7 @@
 #include "hosts/VORNHostMask.h"
 
-#include "hosts/HostTable.h"
 #include "net/VORNDGram.h"
+#include "support/HashTable.h"
 
 #include <algorithm>
 #include <vector>

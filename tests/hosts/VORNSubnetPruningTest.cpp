@@ -1,5 +1,5 @@
-#include "hosts/HostTable.h"
 #include "hosts/VORNHostMask.h"
+#include "support/HashTable.h"
 #include "support/Namespace.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#ifndef HOSTS_HOST_TABLE_H
-#define HOSTS_HOST_TABLE_H
+#ifndef SUPPORT_HASH_TABLE_H
+#define SUPPORT_HASH_TABLE_H
 
 #include "platform/HTClass.h"
 

@@ -1,4 +1,4 @@
-#include "hosts/HostTable.h"
+#include "support/HashTable.h"
 
 #include <functional>
 #include <map>
