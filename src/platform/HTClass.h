@@ -3,27 +3,10 @@
 
 #include "platform/VornExport.h"
 
-#include <atomic>
 #include <pthread.h>
 
-/// A hash table of entries that are found by a text. The library finds, inserts and visits; the
-/// program owns the table, fills it and sweeps it.
-///
-/// Life of an entry: `InsertNode` makes it, in use. `Release(0)` marks it for removal; it stays in
-/// the table, can be found and visited, and `Retain` takes the mark away again. Only `RemoveMarked`
-/// and the table's destructor take entries out, and they hand the data of each one that goes to
-/// its removal function, once.
-///
-/// Threads: with `LOCK`, any number of threads find, visit, insert and sweep at the same time. An
-/// insertion or a sweep waits until no other thread is in a walk, and new walks do not wait for it:
-/// threads that always have one going hold it up. A visitor that changes another table holds two
-/// locks, so keep one order of tables. With `NO_LOCK` the caller keeps others away itself.
-///
-/// A found node is not locked: it is good until it is marked and swept. So a thread that revives a
-/// marked entry keeps sweeps away from its `Find` until its `Retain`. Nodes need no such care while
-/// they are visited. The entry's data has no lock of its own.
-
 class HTClass;
+class TableLock;
 
 /// What an entry is found by. The library sets keys up on the stack, over a text that it owns; the
 /// table copies what it keeps.
@@ -55,7 +38,7 @@ public:
   virtual void Retain(int usesAdded);
 
   /// Non-zero while the entry is marked for removal.
-  int IsMarked() const { return _marked.load(std::memory_order_acquire); }
+  int IsMarked() const { return __atomic_load_n(&_marked, __ATOMIC_ACQUIRE); }
 
   HTNodeClass(const HTNodeClass&) = delete;
   HTNodeClass& operator=(const HTNodeClass&) = delete;
@@ -66,9 +49,9 @@ protected:
   explicit HTNodeClass(void* nodeData) : data(nodeData) {}
 
 private:
-  // Its store by whoever releases the entry pairs with the load in a sweep: what the releasing
-  // thread wrote to the data is there when the removal function sees it.
-  std::atomic<int> _marked{0};
+  // Stored by whoever releases the entry and loaded by a sweep, both atomically: what the releasing
+  // thread wrote to the data before is there when the removal function sees it.
+  int _marked = 0;
 };
 
 /// A visitor. Keys and nodes are the table's, valid for the length of the call. Its virtual
@@ -105,6 +88,33 @@ public:
   virtual void Remove(const HTKeyClass* key, void* data) = 0;
 };
 
+/// A hash table of entries that are found by a text. The library finds, inserts and visits. The
+/// program owns the table, fills it and sweeps it.
+///
+/// Life of an entry: `InsertNode` makes it, in use. `Release(0)` marks it for removal. A marked
+/// entry stays in the table and can be found and visited; `Retain` removes the mark again. Only
+/// `RemoveMarked` and the table's destructor remove entries. They hand the data of each entry that
+/// goes to its removal function, once.
+///
+/// Threads: with `LOCK`, any number of threads find, visit, insert and sweep at the same time. With
+/// `NO_LOCK` the caller keeps other threads away.
+/// - A find never waits for a walk. It waits only while an insertion or a sweep does its work.
+/// - An insertion or a sweep waits for the walks that are under way, and for nothing that comes
+///   later. A walk that begins waits for those insertions and sweeps that wait already.
+/// - A walk that begins inside another walk, of this or another table, does not wait for them: both
+///   could wait for ever. So threads that walk this table inside walks of another one, always one
+///   or more of them at a time, can hold an insertion or a sweep up.
+/// - A visitor that inserts into another table, or sweeps it, waits while it holds up its own
+/// table.
+///   Keep one order of tables for that. A visitor must not wait for a thread that may be about to
+///   walk, change or sweep this table, for example for a mutex which that thread holds.
+///
+/// A found node is not locked: it is good until it is marked and swept. So a thread that revives a
+/// marked entry keeps sweeps away from its `Find` until its `Retain`. Nodes need no such care while
+/// they are visited. The entry's data has no lock of its own.
+///
+/// Programs are linked against the size of the table and the order of its fields: append only, and
+/// only with a new major version.
 class HTClass {
 public:
   /// What `Find` looks among: bits of its `which`.
@@ -140,15 +150,18 @@ private:
   struct Entry;
   class Guard;
 
+  TableLock* LockGet();
   Entry* EntryFind(const HTKeyClass& key, unsigned int hash) const;
   bool EntriesVisit(HTMatchFunc* match, HTExecFunc* exec);
   void BucketsGrow();
-  Entry* EntriesTake(bool all);
+  Entry* EntriesUnlink(bool all);
   static int EntriesRemove(Entry* list);
 
   static constexpr unsigned int FIRST_BUCKET_COUNT = 16;
 
-  pthread_rwlock_t _lock = PTHREAD_RWLOCK_INITIALIZER;
+  // The lock is made here by the constructor. Bytes, of the size of the host's own lock: so a
+  // better lock does not change what programs link against.
+  alignas(pthread_rwlock_t) unsigned char _lock[sizeof(pthread_rwlock_t)];
   Entry* _firstBuckets[FIRST_BUCKET_COUNT] = {};
   Entry** _buckets = _firstBuckets;  ///< chains; a power of two of them
   unsigned int _bucketCount = FIRST_BUCKET_COUNT;

@@ -1,6 +1,9 @@
 #include "support/HashTable.h"
 
+#include <atomic>
+#include <chrono>
 #include <functional>
+#include <future>
 #include <map>
 #include <random>
 #include <thread>
@@ -26,6 +29,11 @@ struct Visitor : HTExecFunc, HTMatchFunc {
   std::function<int(const char*)> visit = [](const char*) { return 1; };
   std::size_t nodes = 0;
 };
+
+void Fill(HTClass& table, int count) {
+  for (int i = 0; i < count; ++i)
+    ASSERT_EQ(Insert(table, std::to_string(i), nullptr), 1);
+}
 
 int Walk(HTClass& table, Visitor& visitor, HTMatchFunc* match = nullptr) {
   return table.ForAllMatches(match, &visitor, HTNodeClass::LOCK);
@@ -104,4 +112,73 @@ TEST(HTClass, ThreadsInsertFindMarkWalkAndSweepTogether) {
   work(1);
   other.join();
   EXPECT_EQ(uses, std::vector<int>(900));
+}
+
+TEST(HTClass, ChangesAreMadeWhileWalksOverlapWithoutPause) {
+  HTClass table;
+  Fill(table, 1000);
+  std::atomic<bool> stop = false;
+  std::vector<std::thread> walkers(4);
+  for (std::thread& walker : walkers)
+    walker = std::thread([&] {
+      Visitor visitor;
+      visitor.visit = [&](const char* text) { return Find(table, text) != nullptr ? 1 : 0; };
+      while (!stop)
+        EXPECT_EQ(Walk(table, visitor), 1);
+    });
+  const auto changes = std::async(std::launch::async, [&] {
+    for (int i = 1000; i < 1020; ++i) {
+      EXPECT_EQ(Insert(table, std::to_string(i), nullptr), 1) << i;
+      Find(table, std::to_string(i))->Release(0);
+      EXPECT_EQ(table.RemoveMarked(HTNodeClass::LOCK), 1) << i;
+    }
+  });
+  EXPECT_EQ(changes.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  stop = true;
+  for (std::thread& walker : walkers)
+    walker.join();
+}
+
+// Two threads walk two tables one within the other, each in its own order, while others wait to
+// change them. If a walk within waited for those, this would never end.
+TEST(HTClass, WalksWithinWalksOfAnotherTableGoOn) {
+  HTClass tables[2];
+  for (HTClass& table : tables)
+    Fill(table, 20);
+  const auto walk = [&tables](HTClass& outer) {
+    HTClass& inner = tables[&outer == tables ? 1 : 0];
+    Visitor visitor;
+    visitor.visit = [&outer, &inner](const char* text) {
+      Visitor within;
+      within.visit = [&outer, text](const char*) { return Find(outer, text) != nullptr ? 1 : 0; };
+      return Walk(inner, within);
+    };
+    for (int i = 0; i < 300; ++i)
+      EXPECT_EQ(Walk(outer, visitor), 1) << i;
+  };
+  const auto change = [](HTClass& table) {
+    for (int i = 0; i < 300; ++i) {
+      EXPECT_EQ(Insert(table, "more", nullptr), 1) << i;
+      Find(table, "more")->Release(0);
+      EXPECT_EQ(table.RemoveMarked(HTNodeClass::LOCK), 1) << i;
+    }
+  };
+  std::vector<std::thread> threads;
+  for (HTClass& table : tables) {
+    threads.emplace_back(walk, std::ref(table));
+    threads.emplace_back(change, std::ref(table));
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+}
+
+TEST(HTClass, WalksThatEndByAnExceptionLeaveTheTableFree) {
+  HTClass table;
+  Fill(table, 3);
+  Visitor visitor;
+  visitor.visit = [](const char*) -> int { throw 7; };
+  EXPECT_THROW(Walk(table, visitor), int);
+  EXPECT_EQ(visitor.nodes, 1U);
+  EXPECT_EQ(Insert(table, "more", nullptr), 1);
+  std::thread([&table] { EXPECT_EQ(Insert(table, "and more", nullptr), 1); }).join();
 }

@@ -1,5 +1,7 @@
 #include "platform/HTClass.h"
 
+#include "platform/linux/TableLock.h"
+
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -40,33 +42,10 @@ struct HTClass::Entry : HTNodeClass {
   }
 };
 
-class HTClass::Guard {
-public:
-  enum class Kind { SHARED, EXCLUSIVE };
-
-  Guard(HTClass& table, int locks, Kind kind)
-      : _lock(locks != HTNodeClass::NO_LOCK ? &table._lock : nullptr) {
-    if (_lock != nullptr && kind == Kind::SHARED)
-      pthread_rwlock_rdlock(_lock);
-    else if (_lock != nullptr)
-      pthread_rwlock_wrlock(_lock);
-  }
-  ~Guard() {
-    if (_lock != nullptr)
-      pthread_rwlock_unlock(_lock);
-  }
-  Guard(const Guard&) = delete;
-  Guard& operator=(const Guard&) = delete;
-
-private:
-  pthread_rwlock_t* _lock;
-};
-
 namespace {
 
 // The walks that a thread is in, innermost first. A thread that asked to change a table it walks
-// would wait for its own lock, or without the lock pull a chain from under the walk; so it is
-// refused. Finding there is safe: readers do not wait for waiting writers.
+// would wait for its own walk, or without the lock pull a chain from under it; so it is refused.
 struct Walk {
   const HTClass* table;
   const Walk* outer;
@@ -89,6 +68,46 @@ bool IsWalkedHere(const HTClass* table) {
   return walk != nullptr;
 }
 
+}  // namespace
+
+// The table's lock for the length of one operation, or nothing with `NO_LOCK`.
+class HTClass::Guard {
+public:
+  enum class Use { FIND, WALK, CHANGE };
+
+  Guard(HTClass& table, int locks, Use use)
+      : _lock(locks != HTNodeClass::NO_LOCK ? table.LockGet() : nullptr), _use(use) {
+    if (_lock == nullptr)
+      return;
+    if (use == Use::FIND)
+      _lock->FindBegin();
+    else if (use == Use::CHANGE)
+      _lock->ChangeBegin();
+    else if (innermostWalk != nullptr)
+      _lock->WalkWithinBegin();
+    else
+      _lock->WalkBegin();
+  }
+  ~Guard() {
+    if (_lock == nullptr)
+      return;
+    if (_use == Use::FIND)
+      _lock->FindEnd();
+    else if (_use == Use::CHANGE)
+      _lock->ChangeEnd();
+    else
+      _lock->WalkEnd();
+  }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+
+private:
+  TableLock* _lock;
+  Use _use;
+};
+
+namespace {
+
 unsigned int TextHash(const char* text) {
   unsigned int hash = 2166136261U;
   for (; *text != '\0'; ++text)
@@ -109,28 +128,32 @@ HTRemoveFunc::~HTRemoveFunc() = default;
 
 void HTNodeClass::Release(int usesLeft) {
   if (usesLeft == 0)
-    _marked.store(1, std::memory_order_release);
+    __atomic_store_n(&_marked, 1, __ATOMIC_RELEASE);
 }
 
 void HTNodeClass::Retain(int usesAdded) {
   if (usesAdded > 0)
-    _marked.store(0, std::memory_order_release);
+    __atomic_store_n(&_marked, 0, __ATOMIC_RELEASE);
 }
 
-HTClass::HTClass() = default;
+HTClass::HTClass() {
+  static_assert(sizeof(TableLock) <= sizeof _lock &&
+                alignof(TableLock) <= alignof(pthread_rwlock_t));
+  new (_lock) TableLock;
+}
 
 HTClass::~HTClass() {
-  EntriesRemove(EntriesTake(true));
+  EntriesRemove(EntriesUnlink(true));
   if (_buckets != _firstBuckets)
     std::free(static_cast<void*>(_buckets));
-  pthread_rwlock_destroy(&_lock);
+  LockGet()->~TableLock();
 }
 
 HTNodeClass* HTClass::Find(const HTKeyClass* key, short which, int locks) {
   if (!KeyHasText(key))
     return nullptr;
   const unsigned int hash = TextHash(key->text);
-  const Guard guard(*this, locks, Guard::Kind::SHARED);
+  const Guard guard(*this, locks, Guard::Use::FIND);
   Entry* entry = EntryFind(*key, hash);
   if (entry == nullptr)
     return nullptr;
@@ -146,7 +169,7 @@ int HTClass::InsertNode(const HTKeyClass* key, void* data, short keySize, HTRemo
   if (length == room)
     return 0;
   const unsigned int hash = TextHash(key->text);
-  const Guard guard(*this, locks, Guard::Kind::EXCLUSIVE);
+  const Guard guard(*this, locks, Guard::Use::CHANGE);
   if (EntryFind(*key, hash) != nullptr)
     return 0;
   Entry* entry = Entry::New(key->text, length, hash, data, remove);
@@ -164,7 +187,7 @@ int HTClass::InsertNode(const HTKeyClass* key, void* data, short keySize, HTRemo
 int HTClass::ForAllMatches(HTMatchFunc* match, HTExecFunc* exec, int locks) {
   if (exec == nullptr)
     return 0;
-  const Guard guard(*this, locks, Guard::Kind::SHARED);
+  const Guard guard(*this, locks, Guard::Use::WALK);
   const Walk walk(this);
   if (exec->LevelEntry(nullptr, this, 0) == 0)
     return 0;
@@ -176,13 +199,15 @@ int HTClass::ForAllMatches(HTMatchFunc* match, HTExecFunc* exec, int locks) {
 int HTClass::RemoveMarked(int locks) {
   if (IsWalkedHere(this))
     return 0;
-  Entry* taken = nullptr;
+  Entry* unlinked = nullptr;
   {
-    const Guard guard(*this, locks, Guard::Kind::EXCLUSIVE);
-    taken = EntriesTake(false);
+    const Guard guard(*this, locks, Guard::Use::CHANGE);
+    unlinked = EntriesUnlink(false);
   }
-  return EntriesRemove(taken);
+  return EntriesRemove(unlinked);
 }
+
+TableLock* HTClass::LockGet() { return std::launder(reinterpret_cast<TableLock*>(_lock)); }
 
 HTClass::Entry* HTClass::EntryFind(const HTKeyClass& key, unsigned int hash) const {
   Entry* entry = _buckets[hash & (_bucketCount - 1)];
@@ -221,8 +246,8 @@ void HTClass::BucketsGrow() {
 }
 
 // Unlinks the marked entries, or all of them, and returns them as a list.
-HTClass::Entry* HTClass::EntriesTake(bool all) {
-  Entry* taken = nullptr;
+HTClass::Entry* HTClass::EntriesUnlink(bool all) {
+  Entry* unlinked = nullptr;
   for (unsigned int i = 0; i < _bucketCount; ++i)
     for (Entry** link = &_buckets[i]; *link != nullptr;) {
       Entry* entry = *link;
@@ -231,11 +256,11 @@ HTClass::Entry* HTClass::EntriesTake(bool all) {
         continue;
       }
       *link = entry->next;
-      entry->next = taken;
-      taken = entry;
+      entry->next = unlinked;
+      unlinked = entry;
       --_entryCount;
     }
-  return taken;
+  return unlinked;
 }
 
 int HTClass::EntriesRemove(Entry* list) {
