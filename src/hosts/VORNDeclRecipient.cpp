@@ -31,17 +31,6 @@ int EntryInsert(HTClass* table, const HTKeyClass& key, unsigned int address, int
 
 }  // namespace
 
-int HTKeyClass::Set(const char* key) {
-  text = key;
-  if (key == nullptr) {
-    status = -1;
-    return 0;
-  }
-  status = 0;
-  hash = 0;
-  return 1;
-}
-
 VORNDeclRecipient::VORNDeclRecipient(unsigned int hostAddress, int hostPort)
     : address(hostAddress), port(hostPort) {}
 

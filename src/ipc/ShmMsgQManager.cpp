@@ -1,7 +1,7 @@
 #include "ipc/ShmMsgQManager.h"
 
 #include "platform/DequeVoid.h"
-#include "platform/KelMutex.h"
+#include "platform/KelSemaphore.h"
 
 #include <new>
 

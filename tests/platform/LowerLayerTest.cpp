@@ -1,7 +1,7 @@
 #include "platform/DequeVoid.h"
 #include "platform/KelDGram.h"
 #include "platform/KelDebug.h"
-#include "platform/KelMutex.h"
+#include "platform/KelSemaphore.h"
 #include "platform/VornCDRStream.h"
 
 #include <algorithm>

@@ -2,6 +2,7 @@
 
 #include "platform/KelDebug.h"
 #include "platform/KelMutex.h"
+#include "platform/KelSemaphore.h"
 #include "platform/KelThread.h"
 #include "utils/VORNUtilsDiag.h"
 
