@@ -8,33 +8,35 @@
 class HTClass;
 class TableLock;
 
-/// What an entry is found by. The library sets keys up on the stack, over a text that it owns; the
-/// table copies what it keeps.
+/// What an entry is found by. The library makes keys on the stack, over a text of its own; the
+/// table copies what it keeps. Append only: programs are linked against the order of the fields.
 class HTKeyClass {
 public:
-  int kind = 0;                ///< 0: a text. The table refuses any other
+  int kind = 0;                ///< 0: a text. The table refuses any other value
   int status = -1;             ///< 0: the key has a text; -1: it has none, and finds nothing
-  const char* text = nullptr;  ///< terminated; the caller's, or the table's in a key it kept
-  unsigned int hash = 0;       ///< of the text, in keys that the table kept; else 0 and not read
+  const char* text = nullptr;  ///< terminated. The caller's; in a key that the table kept, its own
+  unsigned int hash = 0;       ///< of the text, in keys that the table kept; elsewhere 0, not read
 
-  /// Points the key at `key`, without a copy, and clears `status` and `hash`. Returns 1. A null
-  /// text leaves a key without text, `hash` as it was, and returns 0. Defined by the library, not
-  /// by the lower layer.
+  /// Lets the key point at the text `key`, without a copy, clears `status` and `hash`, and
+  /// returns 1. With a null `key` the key has no text, `hash` stays as it was, and the result is 0.
+  /// The library defines this operation, in hosts/HTKeyClass.cpp; a lower layer does not.
   VORN_API int Set(const char* key);
 };
 
-/// One entry of a table. Its virtual operations stand in this order, after the destructor.
+/// One entry of a table. Append only: programs are linked against the order of the virtual
+/// operations, which begins with the destructor, and of the fields.
 class VORN_API HTNodeClass {
 public:
   /// Lock modes of the table's operations; any value but 0 counts as `LOCK`.
   enum Locks : int { NO_LOCK = 0, LOCK = 1 };
 
+  /// For the table, which alone makes and deletes nodes.
   virtual ~HTNodeClass();
-  /// Tells that a use has ended and how many are left: 0 marks the entry for removal, any other
-  /// value changes nothing. After it marked an entry, a thread looks the node up again before it
-  /// uses it.
+  /// Says that a use has ended and how many are left. 0 marks the entry for removal; any other
+  /// value changes nothing. A thread that has marked an entry finds the node again before it uses
+  /// it.
   virtual void Release(int usesLeft);
-  /// Tells that uses were added: more than 0 takes the mark away, any other value changes nothing.
+  /// Says that uses were added. More than 0 removes the mark; any other value changes nothing.
   virtual void Retain(int usesAdded);
 
   /// Non-zero while the entry is marked for removal.
@@ -54,37 +56,46 @@ private:
   int _marked = 0;
 };
 
-/// A visitor. Keys and nodes are the table's, valid for the length of the call. Its virtual
-/// operations stand in this order, after the destructor. A visitor may find, visit, release and
-/// retain in the table it walks; an insertion or a sweep is refused there.
+/// A visitor. Keys and nodes are the table's, valid during the call. A visitor may find, visit,
+/// release and retain in the table that it walks; an insertion or a sweep is refused there. Append
+/// only: programs are linked against the order of the virtual operations, which begins with the
+/// destructor.
 class VORN_API HTExecFunc {
 public:
+  /// Visitors are the program's; the table deletes none.
   virtual ~HTExecFunc();
-  /// Called once before the first entry, with a null key and level 0: the table has no levels
-  /// within. 0 ends the walk there.
+  /// Called once before the first entry, with a null key and level 0, since a table has only one
+  /// level. A result of 0 ends the walk.
   virtual int LevelEntry(const HTKeyClass* key, HTClass* table, int level) = 0;
-  /// Called once after the last entry visited, also of a walk that was stopped, unless `LevelEntry`
-  /// ended it. The result is not read.
+  /// Called once after the last entry visited, also if `Node` stopped the walk, but not if
+  /// `LevelEntry` ended it. The result is not read.
   virtual int LevelExit(const HTKeyClass* key, HTClass* table, int level) = 0;
-  /// Called for each entry. 0 stops the walk.
+  /// Called for each entry that is chosen. A result of 0 stops the walk.
   virtual int Node(const HTKeyClass* key, HTNodeClass* node, int level) = 0;
 };
 
-/// Chooses the entries of a walk.
+/// Chooses the entries of a walk. Append only: programs are linked against the order of the virtual
+/// operations, which begins with the destructor.
 class VORN_API HTMatchFunc {
 public:
+  /// Like visitors, these are the program's.
   virtual ~HTMatchFunc();
   /// Non-zero for an entry that the visitor is to see.
   virtual int Match(const HTKeyClass* key, HTNodeClass* node) = 0;
 };
 
-/// Disposes of the data of entries that go. Owned by whoever gave it to `InsertNode`, and there for
-/// as long as the entry.
+/// Disposes of the data of entries that are removed. The program that gave it to `InsertNode` owns
+/// it and keeps it for as long as the entry. Append only: programs are linked against the order of
+/// the virtual operations, which begins with the destructor.
 class VORN_API HTRemoveFunc {
 public:
+  /// Like visitors, these are the program's.
   virtual ~HTRemoveFunc();
-  /// Called once for an entry, out of the table by then, on the thread that sweeps the table or
-  /// destroys it. A sweep holds no lock meanwhile, so the table may be used.
+  /// Called once for each entry, when it is out of the table, on the thread that sweeps the table
+  /// or destroys it. A sweep holds no lock meanwhile, so the table may be used. After an exception
+  /// the entry is removed all the same, and so are the others of the sweep. The first exception
+  /// then passes to the caller of `RemoveMarked`; those after it, and all in the table's
+  /// destructor, are dropped.
   virtual void Remove(const HTKeyClass* key, void* data) = 0;
 };
 
@@ -113,37 +124,39 @@ public:
 /// marked entry keeps sweeps away from its `Find` until its `Retain`. Nodes need no such care while
 /// they are visited. The entry's data has no lock of its own.
 ///
-/// Programs are linked against the size of the table and the order of its fields: append only, and
-/// only with a new major version.
+/// Append only: programs are linked against the order of the fields, and against the size.
 class HTClass {
 public:
   /// What `Find` looks among: bits of its `which`.
   enum Which : short { IN_USE = 0x0001, MARKED = -0x8000 };
 
+  /// Makes an empty table, without an allocation.
   VORN_API HTClass();
-  /// Takes every entry out, marked or not. Nobody uses the table any more.
+  /// Removes every entry, marked or not. Nobody uses the table any more.
   VORN_API ~HTClass();
   HTClass(const HTClass&) = delete;
   HTClass& operator=(const HTClass&) = delete;
 
-  /// The entry with the text of `key`, if it is one of those that `which` asks for: the library
-  /// passes -32767, which is `MARKED` and `IN_USE`. Null when there is none or the key has no text.
+  /// Returns the entry with the text of `key`, if it is one of those that `which` asks for. The
+  /// library passes -32767, which is `MARKED` and `IN_USE`. Returns null if there is no such entry
+  /// or the key has no text.
   VORN_API HTNodeClass* Find(const HTKeyClass* key, short which, int locks);
 
   /// Puts an entry with `data` into the table, under a copy of the key's text. `keySize` is the
-  /// most that the table is to keep of a text, in bytes with the terminator: the library passes 32.
-  /// A null `remove` leaves the data to the caller when the entry goes. Returns 1; or 0, with
-  /// nothing kept and `remove` not called, for a key without text or with one too long, for a text
-  /// that the table holds already (marked or not), without memory, and inside a walk of this table.
+  /// most that the table may keep of a text, in bytes with the terminator; the library passes 32.
+  /// `remove` gets the data when the entry is removed; if it is null, the data stays the caller's.
+  /// Returns 1. Returns 0, with nothing kept and `remove` not called, for a key without text, a
+  /// text that is too long, a text that the table holds already (marked or not), without memory,
+  /// and inside a walk of this table.
   VORN_API int InsertNode(const HTKeyClass* key, void* data, short keySize, HTRemoveFunc* remove,
                           int locks);
 
-  /// Walks the entries that `match` chooses (null: every entry), marked ones included, in no
-  /// particular order. Returns 0 when the visitor stopped it or is null, else 1. An exception from
-  /// the visitor ends the walk and passes.
+  /// Visits the entries that `match` chooses (null: every entry), marked ones as well, in no
+  /// particular order. Returns 0 if the visitor stopped the walk or is null, else 1. An exception
+  /// from `match` or the visitor ends the walk, and the table can be used as before.
   VORN_API int ForAllMatches(HTMatchFunc* match, HTExecFunc* exec, int locks);
 
-  /// Takes the marked entries out. Returns how many; 0 inside a walk of this table.
+  /// Removes the marked entries. Returns how many there were; 0 inside a walk of this table.
   VORN_API int RemoveMarked(int locks);
 
 private:
@@ -155,6 +168,7 @@ private:
   bool EntriesVisit(HTMatchFunc* match, HTExecFunc* exec);
   void BucketsGrow();
   Entry* EntriesUnlink(bool all);
+  static void FirstRemove(Entry*& list);
   static int EntriesRemove(Entry* list);
 
   static constexpr unsigned int FIRST_BUCKET_COUNT = 16;

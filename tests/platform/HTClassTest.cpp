@@ -182,3 +182,25 @@ TEST(HTClass, WalksThatEndByAnExceptionLeaveTheTableFree) {
   EXPECT_EQ(Insert(table, "more", nullptr), 1);
   std::thread([&table] { EXPECT_EQ(Insert(table, "and more", nullptr), 1); }).join();
 }
+
+TEST(HTClass, RemovalFunctionsThatThrowGetEveryEntryOnce) {
+  struct : CountingRemove {
+    void Remove(const HTKeyClass* key, void* data) override {
+      CountingRemove::Remove(key, data);
+      throw *static_cast<int*>(data);
+    }
+  } remove;
+  std::vector<int> uses(4, 1);
+  {
+    HTClass table;
+    for (std::size_t i = 0; i < uses.size(); ++i)
+      ASSERT_EQ(Insert(table, std::to_string(i), &uses[i], &remove), 1) << i;
+    for (const char* marked : {"0", "1", "2"})
+      Find(table, marked)->Release(0);
+    EXPECT_THROW(table.RemoveMarked(HTNodeClass::LOCK), int);
+    EXPECT_EQ(uses, (std::vector<int>{0, 0, 0, 1}));
+    EXPECT_EQ(table.RemoveMarked(HTNodeClass::LOCK), 0);
+    EXPECT_NE(Find(table, "3"), nullptr);
+  }
+  EXPECT_EQ(uses, std::vector<int>(4));
+}

@@ -143,7 +143,10 @@ HTClass::HTClass() {
 }
 
 HTClass::~HTClass() {
-  EntriesRemove(EntriesUnlink(true));
+  try {
+    EntriesRemove(EntriesUnlink(true));
+  } catch (...) {  // a destructor that lets it pass would end the process
+  }
   if (_buckets != _firstBuckets)
     std::free(static_cast<void*>(_buckets));
   LockGet()->~TableLock();
@@ -263,14 +266,31 @@ HTClass::Entry* HTClass::EntriesUnlink(bool all) {
   return unlinked;
 }
 
+void HTClass::FirstRemove(Entry*& list) {
+  struct Deleter {
+    Entry* entry;
+    ~Deleter() { Entry::Delete(entry); }
+  } const first{list};
+  list = first.entry->next;
+  if (first.entry->remove != nullptr)
+    first.entry->remove->Remove(&first.entry->key, first.entry->data);
+}
+
 int HTClass::EntriesRemove(Entry* list) {
+  // The entries are out of the table, so nobody else can hand them over: an exception on its way
+  // out of here must not leave any behind.
+  struct Rest {
+    Entry* list;
+    ~Rest() {
+      while (list != nullptr)
+        try {
+          FirstRemove(list);
+        } catch (...) {  // the first one is on its way already
+        }
+    }
+  } rest{list};
   int count = 0;
-  while (Entry* entry = list) {
-    list = entry->next;
-    if (entry->remove != nullptr)
-      entry->remove->Remove(&entry->key, entry->data);
-    Entry::Delete(entry);
-    ++count;
-  }
+  for (; rest.list != nullptr; ++count)
+    FirstRemove(rest.list);
   return count;
 }
