@@ -61,7 +61,8 @@ int Bind(KELDGram* self, unsigned int localAddress, int port) {
 }
 
 int SendTo(KELDGram* self, KELNetioAddr* destination, char* buffer, int length) {
-  if (destination == nullptr || length < 0 || (buffer == nullptr && length > 0))
+  if (destination == nullptr || destination->portGet == nullptr ||
+      destination->addressGet == nullptr || length < 0 || (buffer == nullptr && length > 0))
     return Refuse(EINVAL, 0);
   const int port = destination->portGet(destination);
   if (!PortIsValid(port))
