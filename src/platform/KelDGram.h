@@ -17,7 +17,8 @@ enum KELDGramOption : int {
   KEL_DGRAM_OPT_BROADCAST = 0x400,      ///< int, non-zero: may send to broadcast addresses
 };
 
-/// What a datagram object holds while its socket is open.
+/// What a datagram object holds while its socket is open. Append only: the library reads the first
+/// field, and programs are linked against the order of the fields.
 struct KELSocketRecord {
   int descriptor = -1;  ///< the system's socket descriptor; always the first field
 };
@@ -25,6 +26,13 @@ struct KELSocketRecord {
 /// The lower layer's datagram object: one UDP socket and the operations on it. Each operation takes
 /// the object as its first argument. An object that was never initialised, or was released, has a
 /// null `socketRecord` and null operations. One thread at a time uses an object.
+///
+/// A socket gets the datagrams of a group only on the interfaces on which it has joined the group
+/// itself, whatever other sockets of the host have joined on the same port. On a system that has no
+/// such option (Linux has it since 2.6.31), and with a descriptor that the holder has put in place
+/// without it, the socket gets the datagrams of every group that the host has joined.
+///
+/// Append only: programs are linked against the order of the fields.
 struct KELDGram {
   /// Null when no socket is held. The holder may close the descriptor in the record and store
   /// another open UDP socket in its place, which the object then owns.
@@ -34,8 +42,8 @@ struct KELDGram {
   /// the port bound, or 0 with `errno` set.
   int (*bind)(KELDGram* self, unsigned int localAddress, int port) = nullptr;
 
-  /// Sends `length` bytes as one datagram, with one system call. Returns 1 when the system took the
-  /// whole datagram, else 0 with `errno` set.
+  /// Sends `length` bytes as one datagram, with one system call. Returns 1 if the system accepted
+  /// the whole datagram, else 0 with `errno` set.
   int (*sendTo)(KELDGram* self, KELNetioAddr* destination, char* buffer, int length) = nullptr;
 
   /// Sets one option; `size` is the size in bytes of what `value` points at. Returns 0 on success,
@@ -45,10 +53,10 @@ struct KELDGram {
   /// The system's socket descriptor, or -1 when none is held.
   int (*socketGet)(KELDGram* self) = nullptr;
 
-  /// Takes one waiting datagram without blocking, with one system call, and stores where it came
-  /// from in `source` (may be null). Returns the datagram's length, which exceeds `capacity` when
-  /// the rest was cut off, or -1 with `errno` set (EAGAIN: nothing waits). For programs: the
-  /// library itself never receives.
+  /// Receives one datagram that waits, without blocking, with one system call, and stores in
+  /// `source` (may be null) where it came from. Returns the datagram's length, which is more than
+  /// `capacity` if the rest was cut off; or -1 with `errno` set (EAGAIN: nothing waits). For
+  /// programs: the library itself never receives.
   int (*receiveFrom)(KELDGram* self, KELNetioAddr* source, char* buffer, int capacity) = nullptr;
 };
 

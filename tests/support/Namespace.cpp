@@ -26,11 +26,11 @@ void NamespaceRun(const std::function<void()>& body) {
 
 void Run(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
 
-void Send(VORNDGramClass& endpoint, std::string text) {
+void Send(VORNDGramClass& endpoint, std::string text, unsigned int group) {
   const int length = static_cast<int>(text.size());
   VORNCDRStream stream{VORN_CDR_BIG_ENDIAN, text.data(), length, length};
   KELNetioAddr destination;
-  KelNetioAddrInitialize(&destination, FIRST_GROUP, NAMESPACE_PORT);
+  KelNetioAddrInitialize(&destination, group, NAMESPACE_PORT);
   EXPECT_EQ(endpoint.SendTo(&destination, &stream), 1);
 }
 

@@ -24,8 +24,8 @@ void NamespacesMake(VORNDGram& peer);
 /// Runs a shell command that must succeed.
 void Run(const std::string& command);
 
-/// Sends `text` to the first group, which must succeed.
-void Send(VORNDGramClass& endpoint, std::string text);
+/// Sends `text` to a group, which must succeed.
+void Send(VORNDGramClass& endpoint, std::string text, unsigned int group = FIRST_GROUP);
 
 /// The next `count` datagrams with where they came from.
 std::multiset<std::string> Received(VORNDGram& endpoint, int count);

@@ -97,6 +97,13 @@ int ReceiveFrom(KELDGram* self, KELNetioAddr* source, char* buffer, int capacity
   return static_cast<int>(length);
 }
 
+// Without this a socket gets what was sent to its port for any group that anybody on the host has
+// joined. A system without the option has no other way, and unicast works: so that is no failure.
+void ForeignGroupsIgnore(int descriptor) {
+  const int all = 0;
+  static_cast<void>(setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_ALL, &all, sizeof all));
+}
+
 }  // namespace
 
 int KelDGramInitialize(KELDGram* self) {
@@ -106,6 +113,7 @@ int KelDGramInitialize(KELDGram* self) {
   const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
   if (descriptor < 0)
     return 0;
+  ForeignGroupsIgnore(descriptor);
   auto* record = new (std::nothrow) KELSocketRecord{descriptor};
   if (record == nullptr) {
     close(descriptor);
