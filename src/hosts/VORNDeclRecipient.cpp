@@ -63,6 +63,8 @@ void VornDeclRecipientMarkForRemoval(HTClass* table, HTKeyClass* key) {
   VORNDeclRecipient* recipient = RecipientGet(node);
   if (recipient == nullptr || recipient->count == std::numeric_limits<int>::min())
     return;
+  // Below 0 as well: a marked entry that stays may be withdrawn once more, and a program whose
+  // threads withdraw before they declare comes out even.
   recipient->count -= 1;
   if (recipient->count == 0)
     node->Release(0);

@@ -12,13 +12,13 @@
 /// No state is kept. Any thread may call these, but `VornEnvironmentGet` is only as safe between
 /// threads as the system's `getenv`.
 
-/// The lists, by who is in them.
+/// The lists, by whose hosts are in them.
 enum VORNEnvironmentType : int {
-  VORN_ENVIRONMENT_INVALID = 0,
-  VORN_ENVIRONMENT_MANAGER_HOSTS = 1,
-  VORN_ENVIRONMENT_APP_HOSTS = 2,
-  VORN_ENVIRONMENT_MANAGEE_HOSTS = 3,
-  VORN_ENVIRONMENT_PEER_HOSTS = 4,
+  VORN_ENVIRONMENT_INVALID = 0,        ///< no list
+  VORN_ENVIRONMENT_MANAGER_HOSTS = 1,  ///< the managers'
+  VORN_ENVIRONMENT_APP_HOSTS = 2,      ///< the applications'
+  VORN_ENVIRONMENT_MANAGEE_HOSTS = 3,  ///< the managees'
+  VORN_ENVIRONMENT_PEER_HOSTS = 4,     ///< the peers'
 };
 
 /// How many values `VORNEnvironmentType` has, the invalid one included.
@@ -33,7 +33,7 @@ extern VORN_API char* VORN_APP_HOSTS_ALL;
 /// The empty text, for the layers above. This library does not read it.
 extern VORN_API char* VORN_MANAGEE_HOSTS_ALL;
 
-/// The smallest buffer that takes a list, in bytes, and the most characters kept of a file.
+/// The size of the smallest buffer for a list, in bytes, and the most characters kept of a file.
 inline constexpr int VORN_HOST_LIST_SIZE = 4096;
 
 /// Reads the list of `type` into `buffer` of `length` bytes, at least `VORN_HOST_LIST_SIZE`. There
@@ -58,7 +58,7 @@ VORN_API char* VornEnvironmentGet(char* buffer, int length, VORNEnvironmentType 
 
 /// What the filter carries from one block of a text to the next. At the start of a text, set
 /// `lastWasSeparator` to 1, so that separators in front of the first entry are dropped, and
-/// `inComment` to 0.
+/// `inComment` to 0. Append only: programs are linked against the order of the fields.
 struct FilterStatus {
   int lastWasSeparator;  ///< 1: the last byte written was a separator, or none is wanted yet
   int inComment;         ///< 1: a comment goes on

@@ -4,38 +4,47 @@
 #include "platform/HTClass.h"
 #include "platform/VornExport.h"
 
-/// Questions to a host list that its owner keeps in a hash table: is this address admitted, is it
-/// inside a listed subnet, do two lists name one host. Addresses and masks are in host byte order;
-/// 127.0.0.1 stands for this host.
+/// Questions to a host list, which its owner keeps in a hash table. Is this address admitted? Is it
+/// inside a listed subnet? Do two lists name the same host? Addresses and masks are in host byte
+/// order; 127.0.0.1 stands for this host.
 ///
 /// A table is walked under its lock (`HTNodeClass::LOCK`), so any thread may ask. The interface
 /// table is read without one.
 
-/// An entry of the list: what the data pointer of each of the table's nodes points to. Entries
-/// without data are passed over.
+/// An entry of the list: the data pointer of each of the table's nodes points to one. A node
+/// without data is passed over. Append only: programs are linked against the order of the fields.
 class VORN_API VORNHostMask {
 public:
-  unsigned int address;  ///< reduced to what the mask leaves of it
-  unsigned int mask;     ///< 0xFFFFFFFF: a host; narrower: a subnet; 0: every address
+  unsigned int address;  ///< only the bits that are set in the mask
+  unsigned int mask;     ///< 0xFFFFFFFF: a host; 0: every address; any other value: a subnet
 
+  /// Stores the mask, and the address without the bits that are not in the mask.
   VORNHostMask(unsigned int hostAddress, unsigned int hostMask);
+  /// Frees nothing: an entry owns nothing.
   ~VORNHostMask();
 };
 
-/// Finds out whether one address is admitted by the table that it visits. One walk each.
+/// Finds out whether one address is admitted by the table that it visits. One object is good for
+/// one walk. Append only: programs are linked against the order of the virtual operations and of
+/// the fields.
 class VORN_API VORNHostMaskMatchChecker : public HTExecFunc {
 public:
-  /// With `skipLoopbackRule` 0, an entry for 127.0.0.1 admits every address of this host.
+  /// Asks for `ip`. If `skipLoopbackRule` is 0, an entry for 127.0.0.1 admits every address of this
+  /// host.
   VORNHostMaskMatchChecker(unsigned int ip, int skipLoopbackRule);
   ~VORNHostMaskMatchChecker() override;
 
+  /// Does nothing and returns 1: the walk goes on.
   int LevelEntry(const HTKeyClass* key, HTClass* table, int level) override;
+  /// Does nothing and returns 1.
   int LevelExit(const HTKeyClass* key, HTClass* table, int level) override;
-  /// Returns 0, which ends the walk, once the address is admitted whatever else is listed; else 1.
+  /// Looks at one entry. Returns 0, which ends the walk, if the address is admitted whatever the
+  /// entries after this one are; else 1.
   int Node(const HTKeyClass* key, HTNodeClass* node, int level) override;
 
-  /// After a walk to the end: 1 when the address is among the hosts, if any were seen, and inside
-  /// one of the subnets, if any were seen; else 0. So 1 when nothing was seen.
+  /// For use after a walk that was not ended by `Node`. Returns 0 if hosts were seen and the
+  /// address is none of them, or if subnets were seen and it is inside none of them; else 1. So the
+  /// result is 1 if no entry was seen.
   int IsIpMatch();
 
 protected:
@@ -47,20 +56,26 @@ protected:
   int _sawHost = 0;
 };
 
-/// Finds out whether one address is inside a subnet of the table that it visits: that ends the
-/// walk. Entries for hosts and for every address are no subnets.
+/// Finds out whether one address is inside a subnet of the table that it visits; if so, it ends the
+/// walk. Entries for hosts and for every address are no subnets. Append only: programs are linked
+/// against the order of the virtual operations and of the fields.
 class VORN_API VORNSubnetMatchChecker : public HTExecFunc {
 public:
+  /// Asks for `ip`.
   explicit VORNSubnetMatchChecker(unsigned int ip);
   ~VORNSubnetMatchChecker() override;
 
+  /// Does nothing and returns 1: the walk goes on.
   int LevelEntry(const HTKeyClass* key, HTClass* table, int level) override;
+  /// Does nothing and returns 1.
   int LevelExit(const HTKeyClass* key, HTClass* table, int level) override;
+  /// Looks at one entry. Returns 0, which ends the walk, if it is a subnet with the address;
+  /// else 1.
   int Node(const HTKeyClass* key, HTNodeClass* node, int level) override;
 
   /// Makes the checker ready for a walk with another address.
   void ResetHostIp(unsigned int ip);
-  /// 1 when the last walk saw a subnet, else 0.
+  /// Returns 1 if the last walk saw a subnet, else 0.
   int SawSubnet() const { return _sawSubnet; }
 
 protected:
@@ -68,30 +83,33 @@ protected:
   unsigned int _ip;
 };
 
-/// 1 when the list in `table` admits `address`, else 0. An empty list admits everything; one of
-/// hosts those hosts; one of subnets what is inside one of them; one of both kinds only what is
-/// listed as a host and also inside a subnet. With `skipLoopbackRule` 0 an entry for 127.0.0.1
-/// admits every address of this host besides. A null table admits nothing.
+/// Returns 1 if the list in `table` admits `address`, else 0. An empty list admits every address. A
+/// list of hosts admits those hosts. A list of subnets admits what is inside one of them. A list of
+/// both kinds admits only what is listed as a host and also inside a subnet. If `skipLoopbackRule`
+/// is 0, an entry for 127.0.0.1 admits every address of this host besides. A null table admits
+/// nothing.
 VORN_API int VornHostMaskMatch(HTClass* table, unsigned int address, int skipLoopbackRule);
 
-/// Chooses what is inside the subnets of the list in `table`; a list without subnets chooses
+/// Chooses what is inside the subnets of the list in `table`. A list without subnets chooses
 /// everything.
 ///
-/// With `addresses`: writes those chosen of `count` to `output` (room for `count`; may be
-/// `addresses` itself), in their order, and returns how many.
+/// With `addresses`: writes the addresses that are chosen of `count` to `output`, in their order,
+/// and returns how many. `output` has room for `count`; it may be `addresses` itself.
 ///
-/// With null `addresses`: takes every interface of the process-wide table that is not chosen out of
-/// use, by clearing `NIC_UP` for good. The loopback address is always kept. Call it between
-/// `NICInitialize` and the first endpoint, before other threads use the table. Returns 0.
+/// With null `addresses`: clears `NIC_UP` of every interface of the process-wide table that is not
+/// chosen, and nothing sets it again. The loopback address always stays in use. Call it after
+/// `NICInitialize` and before the first endpoint is made and other threads use the table. Returns
+/// 0.
 ///
-/// Returns 0 with nothing changed for a null table or output, a count below 1, and without an
-/// interface table.
+/// Returns 0, with nothing changed, for a null table or output, for a count below 1, and if there
+/// is no interface table.
 VORN_API int VornSubnetMatch(HTClass* table, unsigned int* addresses, int count,
                              unsigned int* output);
 
-/// 1 when the two lists name the same host, else 0: they share an address other than 127.0.0.1, or
-/// both hold 127.0.0.1 and the peer is local, because `loopbackCheckAddress` is 127.0.0.1 or
-/// `localCheckAddress` one of this host's. A null list, or a count below 1, names no host.
+/// Returns 1 if the two lists name the same host, else 0. They do if they share an address other
+/// than 127.0.0.1. They also do if both hold 127.0.0.1 and the peer is on this host, which means
+/// that `loopbackCheckAddress` is 127.0.0.1 or `localCheckAddress` is an address of this host. A
+/// list that is null or has a count below 1 names no host.
 VORN_API int VornHostKeyMatch(int countA, unsigned int* listA, int countB, unsigned int* listB,
                               unsigned int localCheckAddress, unsigned int loopbackCheckAddress);
 

@@ -65,7 +65,7 @@ struct KELDGram {
 VORN_API int KelDGramInitialize(KELDGram* self);
 /// Closes the socket and forgets the operations. Null and an object that holds nothing are ignored.
 VORN_API void KelDGramRelease(KELDGram* self);
-/// Makes a ready object on the heap; the caller owns it. Null when it cannot be made.
+/// Makes a ready object on the heap, which the caller owns. Returns null if it cannot be made.
 VORN_API KELDGram* KelDGramNew();
 /// Releases and frees an object from `KelDGramNew`. Null is ignored.
 VORN_API void KelDGramDelete(KELDGram* self);

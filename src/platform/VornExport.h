@@ -4,7 +4,7 @@
 /// Marks a published name. Both libraries are compiled with everything hidden; only what carries
 /// this mark can be linked against.
 #define VORN_API __attribute__((visibility("default")))
-/// Takes the mark off a helper of a class that carries it.
+/// Removes the mark from a helper of a class that carries it.
 #define VORN_LOCAL __attribute__((visibility("hidden")))
 
 #endif

@@ -7,8 +7,9 @@
 #include <cstring>
 #include <new>
 
-// Chains of entries behind a power of two of buckets, the first of which are part of the table: a
-// table that cannot grow still works, only slower. An entry and its copy of the text are one block.
+// Buckets with chains of entries; there is always a power of two of them. The first buckets are
+// part of the table, so a table that cannot grow still works, only slower. An entry and its copy of
+// the text are one block.
 
 struct HTClass::Entry : HTNodeClass {
   Entry* next = nullptr;
@@ -108,6 +109,8 @@ private:
 
 namespace {
 
+// FNV-1a with 32 bits: one multiplication for each byte, and texts that differ in a digit, as those
+// of addresses do, differ in the low bits, which choose the bucket.
 unsigned int TextHash(const char* text) {
   unsigned int hash = 2166136261U;
   for (; *text != '\0'; ++text)

@@ -34,7 +34,7 @@ public:
   }
   /// Puts up one barrier, before which those who come then wait.
   void BarrierSet(std::uint32_t barrier) { _word.fetch_or(barrier, std::memory_order_relaxed); }
-  /// Takes all barriers down.
+  /// Removes all barriers.
   void BarriersClear() {
     if ((_word.fetch_and(COUNT, std::memory_order_release) & SLEEPERS) != 0)
       SleepersWake();
