@@ -31,7 +31,7 @@ public:
   /// thread uses the manager or its queues any more.
   static void Destroy();
   /// Deletes every queue object, and removes from the host the queues that this process made, as
-  /// far as `ShmMsgQ::Destroy` goes. The registry is then empty and can be used on.
+  /// far as `ShmMsgQ::Destroy` goes. The registry is then empty and can be used again.
   static void ReleaseAll();
 
   /// Makes a queue with `size` bytes, and an object for it with one holder. Null when that fails,
@@ -41,8 +41,8 @@ public:
   /// that can be used. A missing semaphore or mutex is made, and stays when a later step fails.
   static ShmMsgQ* Open(int id);
   /// Sees to it that an object of the queue is registered: 1 when there is one, whose count stays,
-  /// or the existing queue could be opened; else 0. It never makes a queue. An object that gets as
-  /// far as the semaphore or mutex and no farther removes what it got.
+  /// or the existing queue could be opened; else 0. It never makes a queue. If the opening
+  /// fails after it has got the semaphore or the mutex, it removes them.
   static int Create(int id);
   /// Adds one holder to every object of the queue and returns the last of them, or null for none.
   static ShmMsgQ* Acquire(int id);

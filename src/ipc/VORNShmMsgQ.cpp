@@ -40,6 +40,14 @@ bool SetRemove(int set) {
   return SemaphoreMutexDelete(set) != 0 || errno == EINVAL || errno == EIDRM;
 }
 
+int RingEmpty(const QueueAttachment& queue) {
+  if (NamedMutexTake(queue.mutexId) == 0)
+    return 0;
+  OffsetStore(&queue.header->writeOffset, 0);
+  OffsetStore(&queue.header->readOffset, 0);
+  return NamedMutexGive(queue.mutexId);
+}
+
 // What came of a look for a message.
 enum class Look { RECEIVED, EMPTY, FAILED };
 
@@ -89,18 +97,19 @@ ShmMsgQImpl::ShmMsgQImpl(int refCount, int id)
 ShmMsgQImpl::~ShmMsgQImpl() { delete _attachments; }
 
 int ShmMsgQImpl::Initialize() {
-  QueueAttachment* made = _attachments != nullptr ? _attachments->RecordNew() : nullptr;
-  if (made == nullptr)
-    return 0;
+  QueueAttachment* made = _attachments != nullptr ? new (std::nothrow) QueueAttachment : nullptr;
+  return made != nullptr ? AttachInto(made) : 0;
+}
+
+int ShmMsgQImpl::AttachInto(QueueAttachment* made) {
   const int attached = Attach();
   *made = {_shm, _header, _capacity, _semaphoreId, _mutexId};
   // A creator never tries again: its segment is there still, or another creator's is.
-  made->isLost = attached == 0 && _isCreator == 0 && _attachments->hasAttached;
-  _attachments->hasAttached |= attached != 0;
-  if (attached != 0 && _isCreator != 0)
-    _attachments->madeSegmentId = _shm->id;
+  made->isLost = attached == 0 && _isCreator == 0 && _segmentId >= 0;
+  if (attached != 0)
+    _segmentId = _shm->id;
   if (_attachments->PresentSet(made) && attached != 0 && _isCreator != 0)
-    WriteSetup();
+    RingEmpty(*made);
   return attached;
 }
 
@@ -133,11 +142,10 @@ int ShmMsgQImpl::InitializeSemaphoreAndMutex() {
 }
 
 int ShmMsgQImpl::WriteSetup() {
-  if (NamedMutexTake(_mutexId) == 0)
-    return 0;
-  OffsetStore(&_header->writeOffset, 0);
-  OffsetStore(&_header->readOffset, 0);
-  return NamedMutexGive(_mutexId);
+  QueueAttachment queue;
+  queue.header = _header;
+  queue.mutexId = _mutexId;
+  return queue.header != nullptr ? RingEmpty(queue) : 0;
 }
 
 void ShmMsgQImpl::Uninitialize() {
@@ -168,12 +176,16 @@ int ShmMsgQImpl::Send(const char* data, int length) {
 // all the threads that failed on one attachment, or a creator's second try would find the segment
 // that its first one has just made. Whoever does not renew gets what the other thread made.
 QueueAttachment* ShmMsgQImpl::Renew(QueueAttachment* stale) {
-  if (!_attachments->RenewalBegin(stale)) {
+  // First of all: without memory everything stays as it is, and the next send tries again.
+  auto* made = new (std::nothrow) QueueAttachment;
+  if (made == nullptr || !_attachments->RenewalBegin(stale)) {
+    const bool isRefused = made == nullptr;
+    delete made;
     _attachments->UserRemove(stale);
-    return _attachments->SenderAdd();
+    return isRefused ? nullptr : _attachments->SenderAdd();
   }
   Uninitialize();
-  Initialize();
+  AttachInto(made);
   return _attachments->RenewalEnd();
 }
 
@@ -230,21 +242,22 @@ int ShmMsgQImpl::IsValid() { return _attachments != nullptr && _attachments->IsA
 void ShmMsgQImpl::Destroy() {
   if (_attachments == nullptr || !_attachments->EndBegin())
     return;
-  const bool waitsEnd = SetRemove(_mutexId) & SetRemove(_semaphoreId);
+  const bool sendersLeave = SetRemove(_mutexId);
+  const bool receiverLeaves = SetRemove(_semaphoreId);
   LostSegmentRemove();
-  _attachments->End(waitsEnd);
+  _attachments->End(sendersLeave && receiverLeaves);
   _mutexId = 0;
   _semaphoreId = 0;
   _shm = nullptr;
   _header = nullptr;
 }
 
-// A creator whose send was interrupted has detached from a segment that it cannot make again. It is
-// still this queue's, unless somebody else has removed it: then its key is another one's, or none.
+// Where a queue could not be opened anew, the object has detached from a segment that may still be
+// there: a creator's always is, since it cannot make it twice. It is still this queue's, unless
+// somebody else has removed it: then its key is another one's, or none.
 void ShmMsgQImpl::LostSegmentRemove() const {
-  const int segment = _attachments->madeSegmentId;
-  if (_shm == nullptr && segment >= 0 && shmget(SegmentKeyGet(_id), 0, 0) == segment)
-    shmctl(segment, IPC_RMID, nullptr);
+  if (_shm == nullptr && _segmentId >= 0 && shmget(SegmentKeyGet(_id), 0, 0) == _segmentId)
+    shmctl(_segmentId, IPC_RMID, nullptr);
 }
 
 // Bytes of the ring; 0 when the attached segment cannot hold a queue. The length word is read once:

@@ -18,7 +18,8 @@ struct QueueAttachment;
 /// Threads: any number of senders in any processes, one receiver per queue. One object serves any
 /// number of sending threads and one receiving thread of its process, and `Destroy` may come from
 /// any thread at any moment. `IsValid` and `SpaceGet` never wait. No thread uses the object when it
-/// is deleted.
+/// is deleted, no thread is cancelled in one of its operations, and a child that was forked while
+/// other threads were in one uses an object of its own.
 ///
 /// Append only: the order of virtual operations and of fields is part of what programs link
 /// against.
@@ -51,18 +52,24 @@ public:
   /// an invalid queue, and a header or message that another process has damaged. Damage stays:
   /// every later call returns -1 without waiting.
   ///
-  /// When a sending thread of this object has opened the queue anew after its owner had removed it,
-  /// a receiving thread first gets the messages that are left of the removed queue.
+  /// `errno` tells why a wait failed (EINTR, EIDRM, EINVAL, EACCES); it is left as it was
+  /// otherwise.
+  ///
+  /// When an object that several threads use has opened the queue anew after its owner had removed
+  /// it, the receiving thread first gets the messages that are left of the removed queue. That
+  /// holds if it has received before, and for the last 64 removed queues.
   virtual int Recv(char* buffer, int length) = 0;
 
-  /// 1 while the object is attached to its queue, else 0. Ask after construction.
+  /// 1 while the object is attached to its queue, else 0. Ask after construction. It is 0 for a
+  /// moment while another thread's send opens the queue anew.
   virtual int IsValid() = 0;
 
   /// Removes mutex, semaphore and segment from the host and leaves this object invalid for good,
   /// whatever its other threads are doing: their waits fail, and it returns after the last of them
   /// has left the queue. Messages that wait in the queue are lost. Other processes find the queue
   /// gone when they next send or wait. Without permission to remove the sets, nothing wakes the
-  /// threads that wait; they are left alone, and the last of them detaches.
+  /// threads that wait: they are left alone, the segment is removed if that is permitted, and the
+  /// last of them detaches.
   virtual void Destroy() = 0;
 
   /// Prints queue id and reference count, whatever the verbosity.
@@ -117,19 +124,24 @@ public:
 protected:
   /// What came of one attempt to send.
   enum SendResult : int {
-    SEND_DONE = 0,
+    SEND_DONE = 0,        ///< written, and the receiver told
     SEND_NULL_DATA = 1,   ///< nothing done
     SEND_NO_SPACE = 2,    ///< nothing written: no room, a negative length, or a damaged header
     SEND_LOCK_FAILED = 3  ///< mutex not taken, or semaphore not given after writing
   };
 
-  // Return 1, or 0 with what they acquired given back, except for semaphore and mutex.
+  /// Makes or opens the queue by its id. Returns 1; or 0 with what was acquired given back, except
+  /// for semaphore and mutex. A creator's ring is emptied.
   int Initialize();
+  /// Makes or attaches the segment. Returns 1 or 0.
   int InitializeSharedMemory();
+  /// Opens semaphore and mutex, or makes them. Returns 1 or 0.
   int InitializeSemaphoreAndMutex();
-  // Empties the ring under the mutex.
+  /// Empties the ring under the mutex. Returns 1, or 0 when the mutex cannot be taken or given.
   int WriteSetup();
+  /// Detaches; the queue stays on the host.
   void Uninitialize();
+  /// One attempt to send. Returns a `SendResult`.
   int SendInternal(const char* data, int length);
 
   // What the object was attached to last. Written by the one thread that attaches or destroys;
@@ -143,10 +155,12 @@ protected:
 private:
   VORN_LOCAL int CapacityGet() const;
   VORN_LOCAL int Attach();
+  VORN_LOCAL int AttachInto(QueueAttachment* made);
   VORN_LOCAL static int MessageSend(const QueueAttachment* queue, const char* data, int length);
   VORN_LOCAL QueueAttachment* Renew(QueueAttachment* stale);
   VORN_LOCAL void LostSegmentRemove() const;
 
+  int _segmentId = -1;  ///< the kernel's id of the segment that was attached last; negative: none
   QueueAttachments* _attachments;  ///< owned; null: there was no memory, the object is invalid
 };
 

@@ -6,10 +6,10 @@
 #include <cstddef>
 
 /// Blocks of memory that the processes of one host share, found by a number that they agree on.
-/// Each is a System V segment of owner and group (0664; others cannot attach it for writing, as is
-/// done here) that begins with its own usable length: 4 bytes, unsigned, in the host's byte order,
-/// written once by its creator.
-/// The data area follows at byte 4, and is what callers get.
+/// Each is a System V segment of owner and group (0664). It is attached for reading and writing,
+/// which others may not do. It begins with its own usable length: 4 bytes, unsigned, in the host's
+/// byte order, written once by its creator. The data area follows at byte 4, and is what callers
+/// get.
 ///
 /// Processes attach a segment at different addresses: never put a pointer into one. The library
 /// takes no lock; whoever uses the data area keeps others away.

@@ -280,6 +280,37 @@ TEST_F(IpcFault, OpenerThatLostItsQueueFindsTheNextOne) {
   EXPECT_EQ(opener->Send("ab", 2), 0) << "destroyed for good";
 }
 
+TEST_F(IpcFault, FailedReceiveTellsWhyInErrno) {
+  HostPrepare(true);
+  Ipc().fails = [](const std::string& call) { return call.rfind("semop", 0) == 0; };
+  EXPECT_EQ(opener->Recv(&byte, 1), -1);
+  EXPECT_EQ(errno, ENOSPC) << "what the script refuses with";
+}
+
+TEST_F(IpcFault, EachFailedAllocationOfANewOpeningIsOneFailedSend) {
+  for (const int failing : {1, 2}) {  // record, handle
+    HostPrepare(true);
+    int times = 1;
+    Ipc().fails = [&](const std::string& call) {
+      return call.rfind("semop", 0) == 0 && times-- > 0;
+    };
+    System().allocations = 0;
+    System().failingAllocation = failing;
+    EXPECT_EQ(opener->Send("ab", 2), 0) << failing;
+    System().failingAllocation = 0;
+    EXPECT_EQ(opener->Send("ab", 2), 1) << failing;
+    EXPECT_EQ(Ipc().attached, 0) << "as many as before";
+  }
+}
+
+TEST_F(IpcFault, DestroyThatMayNotRemoveTheSetsRemovesTheSegment) {
+  HostPrepare(true);
+  creator.reset();
+  Ipc().fails = [](const std::string& call) { return call.rfind("semctl IPC_RMID", 0) == 0; };
+  opener->Destroy();
+  EXPECT_EQ(HostText(), "2/0");
+}
+
 // What a recording double of the neighbour's list was asked to unlink.
 TEST_F(IpcFault, ManagerUnlinksOnlyNodesThatItFound) {
   HostPrepare(false);

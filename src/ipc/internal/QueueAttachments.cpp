@@ -3,14 +3,19 @@
 #include "ipc/VORNSemaphores.h"
 #include "ipc/internal/QueueLayout.h"
 
-#include <new>
+#include <cerrno>
+#include <utility>
+
+#include <sys/ipc.h>
+#include <sys/shm.h>
 
 namespace {
 
 // Whether the oldest message can be received. Damage counts as none: it could never be passed.
 bool MessageWaits(const QueueAttachment& attachment) {
   const auto offsets = RingOffsetsLoad(attachment.header, attachment.capacity);
-  if (!offsets)
+  // In an empty ring a sender may be writing just where the length would be.
+  if (!offsets || offsets->write == offsets->read)
     return false;
   const std::int32_t length =
       MessageLengthLoad(RingGet(attachment.header), attachment.capacity, offsets->read);
@@ -22,7 +27,7 @@ int ListDelete(QueueAttachment* list) {
   int count = 0;
   while (QueueAttachment* attachment = list) {
     list = attachment->next;
-    ShMDelete(attachment->shm, attachment->isRemoved ? 1 : 0);
+    ShMDelete(attachment->shm, 0);
     delete attachment;
     ++count;
   }
@@ -67,6 +72,7 @@ int QueueAttachments::SpaceGet() const {
 
 QueueAttachment* QueueAttachments::SenderAdd() {
   const Lock lock(*this);
+  UserNote();
   return PresentUse();
 }
 
@@ -75,8 +81,8 @@ QueueAttachment* QueueAttachments::ReceiverAdd() {
   QueueAttachment* used = nullptr;
   {
     const Lock lock(*this);
-    _receiver = pthread_self();
-    _hasReceiver = true;
+    UserNote();
+    _isReceived = true;
     used = KeptUse(&finished);
     if (used == nullptr) {
       QueueAttachment* const present = PresentUse();
@@ -93,18 +99,22 @@ QueueAttachment* QueueAttachments::ReceiverAdd() {
   return used;
 }
 
+// Leaves `errno` as it is: it tells the caller's caller why a wait failed.
 void QueueAttachments::UserRemove(QueueAttachment* attachment) {
+  const int error = errno;
   QueueAttachment* finished = nullptr;
   int semaphore = 0;
   {
     const Lock lock(*this);
     if (UseEnd(attachment))
       FinishedAdd(&finished, attachment);
-    else if (attachment->isKept && !IsReceiver())
+    else if (attachment->isKept)
       semaphore = KeptSemaphoreGet();
   }
   FinishedDelete(finished);
-  NamedSemaphoreGive(semaphore);
+  if (semaphore != 0)
+    NamedSemaphoreGive(semaphore);
+  errno = error;
 }
 
 bool QueueAttachments::RenewalBegin(QueueAttachment* stale) {
@@ -117,6 +127,7 @@ bool QueueAttachments::RenewalBegin(QueueAttachment* stale) {
 }
 
 QueueAttachment* QueueAttachments::RenewalEnd() {
+  QueueAttachment* finished = nullptr;
   QueueAttachment* used = nullptr;
   int semaphore = 0;
   {
@@ -130,14 +141,14 @@ QueueAttachment* QueueAttachments::RenewalEnd() {
     pthread_cond_broadcast(&_changed);
     used = PresentUse();
     semaphore = KeptSemaphoreGet();
+    if (UseEnd(_renewed))
+      FinishedAdd(&finished, _renewed);
+    _renewed = nullptr;
   }
-  NamedSemaphoreGive(semaphore);
+  FinishedDelete(finished);
+  if (semaphore != 0)
+    NamedSemaphoreGive(semaphore);
   return used;
-}
-
-QueueAttachment* QueueAttachments::RecordNew() const {
-  const Lock lock(*this);
-  return _isEnded ? nullptr : new (std::nothrow) QueueAttachment;
 }
 
 void QueueAttachments::PresentDrop() {
@@ -148,11 +159,18 @@ void QueueAttachments::PresentDrop() {
     _present = nullptr;
     if (dropped == nullptr)
       return;
-    // A thread that receives for itself has seen what it wants to see; another one has not.
-    if (_hasReceiver && !IsReceiver() && (dropped->users > 0 || MessageWaits(*dropped)))
+    // A thread alone has given up what it did not receive; where there are more, one of them has
+    // been told that its message was sent, and another one waits for it.
+    if (_isShared && _isReceived && (dropped->users > 0 || MessageWaits(*dropped)))
       KeptAppend(dropped);
     else if (dropped->users == 0)
       FinishedAdd(&finished, dropped);
+    if (_keptCount > KEPT_LIMIT) {
+      QueueAttachment* const oldest = _kept;
+      KeptUnlink(oldest);
+      if (oldest->users == 0)
+        FinishedAdd(&finished, oldest);
+    }
   }
   FinishedDelete(finished);
 }
@@ -166,9 +184,14 @@ bool QueueAttachments::PresentSet(QueueAttachment* made) {
     // What a signal made stale is the same segment: its messages are seen through the new one.
     if (made->shm != nullptr)
       KeptUnlinkSegment(made->shm->id, &finished);
-    _present = made;
-    if (_renewal == Renewal::ACQUIRING)
+    if (_isEnded)
+      FinishedAdd(&finished, made);
+    else
+      _present = made;
+    if (_renewal == Renewal::ACQUIRING) {
       _renewal = Renewal::SETTING_UP;
+      _renewed = UseBegin(made);
+    }
     isUsed = !_isEnding;
     if (_isEnding)
       pthread_cond_broadcast(&_changed);
@@ -192,9 +215,11 @@ bool QueueAttachments::EndBegin() {
 
 void QueueAttachments::End(bool allLeave) {
   QueueAttachment* finished = nullptr;
+  ShMHandle* last = nullptr;
+  int usedSegment = -1;
   {
     const Lock lock(*this);
-    while (_renewal != Renewal::NONE || (allLeave && _users > 0))
+    while (allLeave && (_users > 0 || _renewal != Renewal::NONE))
       Wait();
     while (_kept != nullptr) {
       QueueAttachment* const kept = _kept;
@@ -202,14 +227,18 @@ void QueueAttachments::End(bool allLeave) {
       if (kept->users == 0)
         FinishedAdd(&finished, kept);
     }
-    if (_present != nullptr) {
-      _present->isRemoved = true;
-      if (_present->users == 0)
-        FinishedAdd(&finished, _present);
-      _present = nullptr;
+    if (_present != nullptr && _present->users == 0) {
+      last = std::exchange(_present->shm, nullptr);
+      FinishedAdd(&finished, _present);
+    } else if (_present != nullptr && _present->shm != nullptr) {
+      usedSegment = _present->shm->id;
     }
+    _present = nullptr;
   }
   ListDelete(finished);
+  ShMDelete(last, 1);
+  if (usedSegment >= 0)
+    shmctl(usedSegment, IPC_RMID, nullptr);
   const Lock lock(*this);
   _isEnded = true;
   pthread_cond_broadcast(&_changed);
@@ -234,8 +263,8 @@ bool QueueAttachments::UseEnd(QueueAttachment* attachment) {
   return !attachment->isKept;
 }
 
-// The present queue's semaphore, which the receiver may sleep beside although messages are left in a
-// kept attachment: nobody else tells it of them. 0, which a give refuses, where there are none.
+// The present queue's semaphore, which the receiver may sleep beside although messages are left in
+// a kept attachment: nobody else tells it of them. 0, which a give refuses, where there are none.
 int QueueAttachments::KeptSemaphoreGet() const {
   return _kept != nullptr && _present != nullptr ? _present->semaphoreId : 0;
 }
@@ -297,6 +326,7 @@ void QueueAttachments::KeptAppend(QueueAttachment* attachment) {
     link = &(*link)->next;
   *link = attachment;
   attachment->isKept = true;
+  ++_keptCount;
 }
 
 void QueueAttachments::KeptUnlink(QueueAttachment* attachment) {
@@ -306,6 +336,7 @@ void QueueAttachments::KeptUnlink(QueueAttachment* attachment) {
   *link = attachment->next;
   attachment->next = nullptr;
   attachment->isKept = false;
+  --_keptCount;
 }
 
 void QueueAttachments::KeptUnlinkSegment(int segmentId, QueueAttachment** finished) {
@@ -320,6 +351,11 @@ void QueueAttachments::KeptUnlinkSegment(int segmentId, QueueAttachment** finish
   }
 }
 
-bool QueueAttachments::IsReceiver() const {
-  return _hasReceiver && pthread_equal(_receiver, pthread_self()) != 0;
+void QueueAttachments::UserNote() {
+  const pthread_t self = pthread_self();
+  if (!_hasUser)
+    _firstUser = self;
+  else if (pthread_equal(_firstUser, self) == 0)
+    _isShared = true;
+  _hasUser = true;
 }

@@ -18,19 +18,22 @@ struct QueueAttachment {
   // Guarded by the lock.
   int users = 0;                    ///< sends and receives that work with it
   bool isKept = false;              ///< no longer the present one, but not received to its end
-  bool isRemoved = false;           ///< the last user removes the segment from the host
   QueueAttachment* next = nullptr;  ///< the next newer one that is kept
 };
 
 /// The attachments of one queue object, which any number of its process's threads use at once.
 ///
 /// One attachment is the present one. A send or a receive adds itself to its users and works with
-/// it without a lock, so that nothing is unmapped under it; the lock is held for some instructions,
-/// never during a system call. Whoever finds the present one stale renews it, once for all who fail
-/// on it: the others wait for the new one that is just being made, and each of them gets that very
-/// one, so that nobody waits for two. A stale attachment goes with its last user. Only where
-/// another thread receives, and messages are left in it or may still come, it is kept until they
-/// are received: their senders have been told that they were sent.
+/// it without a lock, so that nothing is unmapped under it. The lock is held for some instructions
+/// and never while it waits for another process. Whoever finds the present one stale renews it,
+/// once for all who fail on it: the others wait for the new one that is just being made, and each
+/// of them gets that very one, so that nobody waits for two. A stale attachment goes with its last
+/// user. Only where several threads use the object and one of them receives, and messages are left
+/// in it or may still come, it is kept until they are received: their senders have been told that
+/// they were sent. `KEPT_LIMIT` of them are kept; the oldest goes for the next one.
+///
+/// Threads inside must not be cancelled, and a child that was forked while other threads were
+/// inside must not use the object: it would wait for threads that it does not have.
 ///
 /// `Destroy` ends all of this: nobody is added any more, nobody renews, and those who are in leave.
 ///
@@ -70,28 +73,23 @@ public:
   /// with the caller as a user.
   QueueAttachment* RenewalEnd();
 
-  /// A record to fill and give to `PresentSet`; null without memory or after the end.
-  QueueAttachment* RecordNew() const;
   /// Takes the present attachment away.
   void PresentDrop();
-  /// Makes `made` the present attachment, for users as soon as the renewal has ended. Returns
-  /// whether the queue is still to be used; if not, `EndBegin` has been waiting for this.
+  /// Makes `made` the present attachment, for users as soon as the renewal has ended; during one,
+  /// the caller becomes its first user. Returns whether the queue is still to be used; if not,
+  /// `EndBegin` has been waiting for this. After the end, `made` is deleted.
   bool PresentSet(QueueAttachment* made);
 
   /// From now on nobody attaches. Returns when nobody is acquiring sets or a segment any more;
   /// false when another thread ends the queue, and then when that one is through.
   bool EndBegin();
-  /// Waits until no renewal is under way and, if `allLeave`, until the last user has left. Then
-  /// takes the present attachment away and removes its segment from the host; where users are left,
-  /// the last of them does.
+  /// Waits, if `allLeave`, until the last user has left. Then takes the present attachment away and
+  /// removes its segment from the host. Users that are left keep it attached until they leave.
   void End(bool allLeave);
-
-  // For the one thread that attaches or ends.
-  bool hasAttached = false;  ///< once at least
-  int madeSegmentId = -1;    ///< what a creator has made last; negative: nothing
 
 private:
   class Lock;
+  static constexpr int KEPT_LIMIT = 64;
   enum class Renewal { NONE, ACQUIRING, SETTING_UP };
 
   /// A thread that waits for the renewal under way.
@@ -109,7 +107,7 @@ private:
   void KeptAppend(QueueAttachment* attachment);
   void KeptUnlink(QueueAttachment* attachment);
   void KeptUnlinkSegment(int segmentId, QueueAttachment** finished);
-  bool IsReceiver() const;
+  void UserNote();
   int KeptSemaphoreGet() const;
   void UsersLeave(int count);
   void FinishedAdd(QueueAttachment** finished, QueueAttachment* attachment);
@@ -127,8 +125,12 @@ private:
   Waiter* _waiters = nullptr;
   bool _isEnding = false;
   bool _isEnded = false;
-  bool _hasReceiver = false;
-  pthread_t _receiver{};  ///< the thread that received last
+  QueueAttachment* _renewed = nullptr;  ///< what the renewal under way has made
+  int _keptCount = 0;
+  bool _hasUser = false;
+  bool _isShared = false;    ///< more than one thread has used the object
+  bool _isReceived = false;  ///< one of them has received
+  pthread_t _firstUser{};
 };
 
 #endif

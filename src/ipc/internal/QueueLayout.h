@@ -25,11 +25,10 @@
 /// The 4 bytes of the length and the payload both go on at the start of the ring. 7 bytes are used
 /// and 9 are free: one of the 17 always stays free, so that equal offsets mean an empty queue.
 ///
-/// | field | stored (release) by | loaded (acquire) by |
-/// |---|---|---|
-/// | write offset | the sender that holds the mutex, after the bytes of its message | the receiver,
-/// which then sees those bytes, and the next sender | | read offset | the receiver, after its copy
-/// of the bytes that it passes | senders, which may then overwrite those bytes |
+/// The write offset is stored (release) by the sender that holds the mutex, after the bytes of its
+/// message. It is loaded (acquire) by the receiver, which then sees those bytes, and by the next
+/// sender. The read offset is stored (release) by the receiver, after its copy of the bytes that it
+/// passes. It is loaded (acquire) by senders, which may then write over those bytes.
 ///
 /// Every function here works on values that its caller has loaded once and checked. Another process
 /// may write anything into a segment at any time: never load a word again after its check.
