@@ -1,92 +1,62 @@
 #include "Peers.h"
 
-#include "Addresses.h"
 #include "ExitCode.h"
-#include "hosts/VORNEnvironment.h"
-#include "hosts/VORNHostMask.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 namespace {
 
-constexpr const char* LIST_NAME = "VORN_PEER_HOSTS";
-constexpr int LIST_CAPACITY = 65536;
+constexpr VORNEnvironmentType LIST = VORN_ENVIRONMENT_PEER_HOSTS;
 
-// Returns the list's text, and in `source` where it was found.
-std::string ListTextGet(std::string* source) {
-  FILE* file = VornFileOpen(LIST_NAME, "r");
-  const bool isThere = file != nullptr || errno != ENOENT;
-  if (file != nullptr)
-    std::fclose(file);
-  else if (isThere)  // to go on without it would admit others than the user wrote down
-    throw Failure(ExitCode::PEERS_UNUSABLE,
-                  std::string("cannot read the file ") + LIST_NAME + ": " + std::strerror(errno));
-  *source = std::string(isThere ? "file " : "environment variable ") + LIST_NAME;
-  std::string text(LIST_CAPACITY, '\0');
-  if (VornEnvironmentGet(text.data(), LIST_CAPACITY, VORN_ENVIRONMENT_PEER_HOSTS, isThere ? 0 : 1,
-                         isThere ? 1 : 0) == nullptr)
-    throw Failure(ExitCode::PEERS_UNUSABLE,
-                  isThere ? "cannot read the " + *source
-                          : std::string("--peers needs a file or an environment variable ") +
-                                LIST_NAME);
-  text.resize(std::strlen(text.c_str()));
-  return text;
+std::string SourceText(const HostListText& list) {
+  return std::string(list.source == HostListSource::IN_FILE ? "file " : "environment variable ") +
+         list.name;
+}
+
+// Throws unless the whole list is there: to go on would admit others than the user wrote down.
+void ListRequire(const HostListText& list) {
+  std::string complaint;
+  if (list.source == HostListSource::NOWHERE)
+    complaint = std::string("--peers needs a file or an environment variable ") + list.name;
+  else if (list.fault == HostListFault::CANNOT_OPEN)
+    complaint = "cannot read the " + SourceText(list) + ": " + std::strerror(list.error);
+  else if (list.fault == HostListFault::CANNOT_READ)
+    complaint = "cannot read the " + SourceText(list);
+  else if (list.fault == HostListFault::TOO_LONG)
+    complaint = "the " + SourceText(list) + " is too long";
+  if (!complaint.empty())
+    throw Failure(ExitCode::PEERS_UNUSABLE, complaint);
+}
+
+// Four numbers are not taken for an address that is written otherwise, as the library alone would.
+bool IsUsable(const HostEntry& entry) {
+  return entry.namesHost && entry.form != HostEntryForm::OTHER_NUMBER;
 }
 
 }  // namespace
 
-void Peers::MaskRemove::Remove(const HTKeyClass* /*key*/, void* data) {
-  delete static_cast<VORNHostMask*>(data);
-}
-
-bool Peers::EntryAdd(std::string entry) {
-  const unsigned int mask = VornHostMaskGet(entry.data());
-  entry.resize(std::strlen(entry.c_str()));
-  const unsigned int address = AddressResolve(entry);
-  if (address == 0 && !(mask == 0 && entry == "0.0.0.0"))
-    return false;
-  auto hostMask = std::make_unique<VORNHostMask>(address, mask);
-  char text[32];
-  std::snprintf(text, sizeof text, "%08x/%08x", hostMask->address, hostMask->mask);
-  HTKeyClass key;
-  key.Set(text);
-  // A refusal means that the same host was listed before.
-  if (_table.InsertNode(&key, hostMask.get(), sizeof text, &_remove, HTNodeClass::LOCK) != 0)
-    static_cast<void>(hostMask.release());
-  return true;
-}
-
 void Peers::ListRead() {
-  std::string source;
-  const std::string text = ListTextGet(&source);
-  int position = 0;
-  int usable = 0;
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = std::min(text.find(':', begin), text.size());
-    const std::string entry = text.substr(begin, end - begin);
-    begin = end + 1;
-    ++position;
-    if (entry.empty())
-      continue;
-    if (EntryAdd(entry))
-      ++usable;
-    else
-      std::fprintf(stderr, "filecast: %s, entry %d: cannot resolve \"%s\"\n", source.c_str(),
-                   position, entry.c_str());
+  const HostListText list = HostListTextGet(LIST);
+  ListRequire(list);
+  for (const HostEntry& entry : HostEntriesGet(list.text)) {
+    if (IsUsable(entry)) {
+      _table.EntryAdd(entry);
+      _hasList = true;
+    } else {
+      std::fprintf(stderr, "filecast: %s, entry %d: cannot resolve \"%s\"\n",
+                   SourceText(list).c_str(), entry.position, entry.text.c_str());
+    }
   }
-  if (usable == 0)
-    throw Failure(ExitCode::PEERS_UNUSABLE, source + ": no entry can be used");
-  _hasList = true;
+  if (!_hasList)
+    throw Failure(ExitCode::PEERS_UNUSABLE, SourceText(list) + ": no entry can be used");
 }
 
 void Peers::InterfacesChoose() {
   if (_hasList)
-    VornSubnetMatch(&_table, nullptr, 0, nullptr);
+    VornSubnetMatch(_table.TableGet(), nullptr, 0, nullptr);
 }
 
 bool Peers::Admits(unsigned int address) {
-  return !_hasList || VornHostMaskMatch(&_table, address, 0) != 0;
+  return !_hasList || VornHostMaskMatch(_table.TableGet(), address, 0) != 0;
 }

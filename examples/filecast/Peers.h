@@ -1,9 +1,7 @@
 #ifndef FILECAST_PEERS_H
 #define FILECAST_PEERS_H
 
-#include "platform/HTClass.h"
-
-#include <string>
+#include "hostlist/HostList.h"
 
 /// The hosts that this one deals with, from the list VORN_PEER_HOSTS: a file of that name in the
 /// working directory or, without one, the environment variable.
@@ -13,8 +11,8 @@ public:
   Peers() = default;
 
   /// Reads the list and tells the user about each entry that cannot be used; the others are used.
-  /// Throws a `Failure` when there is no list or none of its entries can be used: the library takes
-  /// an empty list as one that admits everybody.
+  /// Throws a `Failure` when there is no list, when it cannot be read whole, or when none of its
+  /// entries can be used: the library takes an empty list as one that admits everybody.
   void ListRead();
 
   /// Takes the interfaces outside the listed subnets out of use. Call it when the interface table
@@ -24,16 +22,8 @@ public:
   bool Admits(unsigned int address);
 
 private:
-  bool EntryAdd(std::string entry);
-
-  class MaskRemove : public HTRemoveFunc {
-  public:
-    void Remove(const HTKeyClass* key, void* data) override;
-  };
-
   bool _hasList = false;
-  MaskRemove _remove;  // the table uses it while it is destroyed, so it comes first
-  HTClass _table;
+  HostTable _table;
 };
 
 #endif
