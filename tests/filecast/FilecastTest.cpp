@@ -1,11 +1,16 @@
-#include "ReceiverLogic.h"
-#include "SenderLogic.h"
+#include "receiver/IncomingFile.h"
+#include "sender/SendSchedule.h"
+#include "wire/Checksum.h"
 
 #include <algorithm>
+#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -18,21 +23,21 @@ std::string Written(Write write, const Parts&... parts) {
   return write(&stream, parts...) ? bytes.substr(0, static_cast<std::size_t>(stream.position)) : "";
 }
 
-// A datagram as the reader that its header asks for takes it.
+// A datagram as the reader that its header asks for reads it.
 struct Reading {
   explicit Reading(std::string text) : bytes(std::move(text)) {
     VORNCDRStream s{VORN_CDR_BIG_ENDIAN, bytes.data(), static_cast<int>(bytes.size()), 0};
     isGood = HeaderRead(&s, &header) &&
              (header.kind == Kind::HEARTBEAT ? HeartbeatRead(&s, header, &heartbeat)
               : header.kind == Kind::SAMPLE  ? SampleRead(&s, &data, &length)
-              : header.kind == Kind::WINDOW  ? WindowRead(&s, header, &window, &arrived)
+              : header.kind == Kind::WINDOW  ? WindowRead(&s, header, &head, &arrived)
                                              : EndRead(&s, &complete)) &&
              (data == nullptr || data + length == bytes.data() + bytes.size());
   }
   std::string bytes;
   Header header;
   Heartbeat heartbeat;
-  Window window;
+  WindowHead head;
   Bitmap arrived{0, SequenceNumber(), 0};
   const char* data = nullptr;
   int length = 0;
@@ -48,11 +53,11 @@ std::vector<std::string> Examples() {
   };
   return {Written(HeartbeatWrite, as(Kind::HEARTBEAT, 37), Heartbeat{3, 40001, file}),
           Written(SampleWrite, as(Kind::SAMPLE, 2), "hello", 5),
-          Written(WindowWrite, as(Kind::WINDOW, 33), Window{0x11223344, 3, {}}, arrived),
+          Written(WindowWrite, as(Kind::WINDOW, 33), WindowHead{0x11223344, 3, {}}, arrived),
           Written(EndWrite, as(Kind::END, 72), true)};
 }
 
-// The page shows each in lines of hexadecimal; what is behind two blanks explains them.
+// The page shows each in lines of hexadecimal; what comes after two blanks explains them.
 TEST(DatagramTest, HasTheBytesThatThePageShows) {
   std::ifstream page(FILECAST_PAGE);
   std::string shown;
@@ -69,12 +74,15 @@ TEST(DatagramTest, HasTheBytesThatThePageShows) {
 }
 
 TEST(DatagramTest, IsReadWholeOrNotAtAll) {
+  constexpr std::size_t HEADER_SIZE = 28;
   std::mt19937 random(1);
   for (const std::string& datagram : Examples()) {
     const bool isSample = datagram[11] == 2;  // any length of one is whole
     for (std::size_t length = 0; length < datagram.size(); ++length)
-      EXPECT_EQ(Reading(datagram.substr(0, length)).isGood, isSample && length > 28) << length;
-    EXPECT_TRUE(Reading(datagram).isGood && Reading(datagram + 'x').isGood == isSample);
+      EXPECT_EQ(Reading(datagram.substr(0, length)).isGood, isSample && length > HEADER_SIZE)
+          << length;
+    EXPECT_TRUE(Reading(datagram).isGood);
+    EXPECT_EQ(Reading(datagram + 'x').isGood, isSample);
     for (int i = 0; i < 20000; ++i) {
       std::string garbled = datagram;
       for (auto n = random() % 4 + 1; n > 0; --n)
@@ -85,11 +93,15 @@ TEST(DatagramTest, IsReadWholeOrNotAtAll) {
 }
 
 TEST(DatagramTest, NamesAreThoseOfPlainFiles) {
-  for (const std::string name : {"a", "notes.txt", "with blank", "\xC3\xA4"})
+  for (const std::string& name :
+       {std::string("a"), std::string("notes.txt"), std::string("with blank"),
+        std::string("\xC3\xA4"), std::string(255, 'a')})
     EXPECT_TRUE(FileNameIsSafe(name)) << name;
-  for (const std::string name : {"", ".", "..", "../a", "/a", "a/b", ".hidden", "a\nb", "\x1B[2J"})
+  for (const std::string& name :
+       {std::string(""), std::string("."), std::string("../a"), std::string("/a"),
+        std::string("a/b"), std::string(".hidden"), std::string("a\nb"), std::string("\x1B[2J"),
+        std::string("\x7F"), std::string("a\0", 2), std::string(256, 'a')})
     EXPECT_FALSE(FileNameIsSafe(name)) << name;
-  EXPECT_FALSE(FileNameIsSafe(std::string("a\0", 2)) || FileNameIsSafe(std::string(256, 'a')));
 }
 
 // A link that loses, repeats and reorders what it carries.
@@ -107,27 +119,32 @@ struct LossyLink {
 
 struct Host {
   LossyLink down, up;
-  std::unique_ptr<ReceiverLogic> logic;
+  std::unique_ptr<ReceiveWindow> window;
   std::string copy;
   int begin = 0, end = INT32_MAX;  // the rounds in which it comes and dies
 
-  void Take(const Reading& got) {
-    if (got.data != nullptr && logic && logic->SampleIsWanted(got.header.number, got.length)) {
+  void Hear(const Reading& got) {
+    if (got.data != nullptr && window && window->SampleIsWanted(got.header.number, got.length)) {
       std::copy_n(got.data, got.length,
-                  copy.data() + logic->FileGet().SampleOffset(NumberOf(got.header.number)));
-      logic->SampleStored(got.header.number);
+                  copy.data() + window->FileGet().SampleOffset(NumberOf(got.header.number)));
+      window->SampleStored(got.header.number);
     } else if (got.data == nullptr) {
-      if (!logic)
-        logic = std::make_unique<ReceiverLogic>(got.heartbeat.file, 99);
+      if (!window)
+        window = std::make_unique<ReceiveWindow>(got.heartbeat.file);
       copy.resize(static_cast<std::size_t>(got.heartbeat.file.size));
-      Bitmap window(0, SequenceNumber(), 0);
-      logic->WindowGet(got.header.number, &window);
-      const Window w{1, got.heartbeat.count, static_cast<ReceiverState>(logic->IsWhole())};
-      up.Send(
-          Written(WindowWrite, Header{99, Kind::WINDOW, got.header.time, window.lead}, w, window));
+      Bitmap arrived(0, SequenceNumber(), 0);
+      window->ArrivedGet(got.header.number, &arrived);
+      const WindowHead head{1, got.heartbeat.count, static_cast<TransferState>(window->IsWhole())};
+      const Header header{99, Kind::WINDOW, got.header.time, arrived.lead};
+      up.Send(Written(WindowWrite, header, head, arrived));
     }
   }
 };
+
+bool AllAreDone(const SendSchedule& sender, std::size_t expected) {
+  return sender.PeersGet().size() == expected &&
+         sender.CountIn(TransferState::RECEIVING) == sender.LostCount();
+}
 
 // A round takes 10 ms. Host 3 comes after a third of the rounds that nothing but loss would make
 // more, and host 4 dies then.
@@ -136,7 +153,7 @@ void TransferCheck(unsigned int seed) {
   std::mt19937 random(seed);
   std::string text(100000 + random() % 300000, '\0');
   std::generate(text.begin(), text.end(), [&] { return static_cast<char>(random()); });
-  SenderLogic sender({text.size(), 7, 500, "f"}, 99);
+  SendSchedule sender({text.size(), 7, 500, "f"});
   std::vector<Host> hosts;
   for (unsigned int i = seed * 10; hosts.size() < 5; ++i)
     hosts.push_back({{std::mt19937(i), {}}, {std::mt19937(i + 1000), {}}, nullptr, ""});
@@ -147,7 +164,7 @@ void TransferCheck(unsigned int seed) {
       if (round >= host.begin && round < host.end)
         host.down.Send(bytes);
   };
-  for (; round < 3000 && !sender.IsFinished(5); ++round) {
+  for (; round < 3000 && !AllAreDone(sender, hosts.size()); ++round) {
     const VORNNtpTime now(1 + round / 100, 10000000UL * static_cast<unsigned long>(round % 100));
     const Header header{99, Kind::HEARTBEAT, now, SequenceOf(sender.HighestGet())};
     send(Written(HeartbeatWrite, header, sender.HeartbeatNext(1)));
@@ -159,18 +176,19 @@ void TransferCheck(unsigned int seed) {
       }
     for (unsigned int i = 0; i < hosts.size(); ++i) {
       for (const std::string& bytes : std::exchange(hosts[i].down.onTheWay, {}))
-        hosts[i].Take(Reading(bytes));
+        hosts[i].Hear(Reading(bytes));
       for (const std::string& bytes : std::exchange(hosts[i].up.onTheWay, {})) {
         const Reading got(bytes);
         ASSERT_TRUE(got.isGood);
-        EXPECT_TRUE(sender.WindowTake(got.window, got.arrived, i + 1, 1, now));
+        EXPECT_TRUE(sender.WindowApply(got.head, got.arrived, {i + 1, 1}, now));
       }
     }
-    sender.LostReceiversFind(now, VORNNtpTime(2, 0));
+    sender.LostPeersFind(now, VORNNtpTime(2, 0));
   }
   for (unsigned int i = 0; i < 4; ++i)
-    EXPECT_TRUE(hosts[i].logic && hosts[i].logic->IsWhole() && hosts[i].copy == text) << i;
-  EXPECT_TRUE(sender.CountIn(ReceiverState::COMPLETE) == 4 && sender.LostCount() == 1);
+    EXPECT_EQ(hosts[i].copy, text) << i;
+  EXPECT_EQ(sender.CountIn(TransferState::COMPLETE), 4);
+  EXPECT_EQ(sender.LostCount(), 1);
   // What five links lose, some of it twice, and the third that the late receiver missed.
   EXPECT_LE(sender.RepairsGet(), static_cast<std::uint64_t>(sender.HighestGet()) * 8 / 10);
 }
@@ -180,19 +198,95 @@ TEST(TransferTest, ReachesEveryLivingReceiverWhole) {
     TransferCheck(seed);
 }
 
-TEST(SenderLogicTest, TakesNoWindowThatCannotBeTrue) {
-  SenderLogic sender({5000, 7, 500, "f"}, 99);
+// Five samples of ten are sent, and one heartbeat.
+TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
+  SendSchedule sender({5000, 7, 500, "f"});
   sender.HeartbeatNext(1);
   for (int i = 0; i < 5; ++i)
     sender.SampleNext();
-  std::uint32_t id = 0;
-  const auto takes = [&](std::int64_t lead, int size, std::uint32_t heartbeat, int state) {
-    return sender.WindowTake({++id, heartbeat, static_cast<ReceiverState>(state)},
-                             Bitmap(size, SequenceOf(lead), 0), 1, 1, VORNNtpTime());
+  const struct {
+    const char* what;
+    std::int64_t lead;
+    int size;
+    std::uint32_t heartbeat;
+    TransferState state;
+    bool isApplied;
+  } rows[] = {
+      {"all that was sent is missing", 1, 5, 1, TransferState::RECEIVING, true},
+      {"all that was sent is there", 6, 0, 1, TransferState::RECEIVING, true},
+      {"failed", 1, 5, 1, TransferState::FAILED, true},
+      {"a lead that was not sent", 7, 0, 1, TransferState::RECEIVING, false},
+      {"an end that was not sent", 1, 6, 1, TransferState::RECEIVING, false},
+      {"the largest lead", INT64_MAX, 256, 1, TransferState::RECEIVING, false},
+      {"a heartbeat to come", 1, 5, 2, TransferState::RECEIVING, false},
+      {"no heartbeat", 1, 5, 0, TransferState::RECEIVING, false},
+      {"complete with half of the file", 6, 0, 1, TransferState::COMPLETE, false},
   };
-  EXPECT_TRUE(takes(1, 5, 1, 0) && takes(6, 0, 1, 0) && takes(1, 5, 1, 2));
-  EXPECT_FALSE(takes(7, 0, 1, 0) || takes(1, 6, 1, 0) || takes(INT64_MAX, 256, 1, 0)) << id;
-  EXPECT_FALSE(takes(1, 5, 2, 0) || takes(1, 5, 0, 0) || takes(6, 0, 1, 1)) << id;
+  std::uint32_t id = 0;
+  std::size_t applied = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    const Bitmap arrived(row.size, SequenceOf(row.lead), 0);
+    const WindowHead head{++id, row.heartbeat, row.state};
+    EXPECT_EQ(sender.WindowApply(head, arrived, {1, 1}, VORNNtpTime()), row.isApplied);
+    applied += row.isApplied ? 1 : 0;
+    EXPECT_EQ(sender.PeersGet().size(), applied);
+  }
+}
+
+// How a file of 1000 samples ends in a folder of its own. Every sample comes twice, the even one of
+// a pair first.
+TEST(IncomingFileTest, IsWrittenWholeOrRemovedWithItsReason) {
+  constexpr int ALL = 1000;
+  std::string text(ALL * 10 - 3, '\0');
+  std::mt19937 random(1);
+  std::generate(text.begin(), text.end(), [&] { return static_cast<char>(random()); });
+  const std::uint64_t sum = Checksum(0, text.data(), text.size());
+  const auto nothing = [](IncomingFile&) {};
+  const auto silenceOf = [](const VORNNtpTime& time) {
+    return [time](IncomingFile& file) { file.SilenceCheck(time, VORNNtpTime(2, 0)); };
+  };
+  const auto end = [](IncomingFile& file) { file.EndNote(true, VORNNtpTime()); };
+  const struct {
+    const char* what;
+    std::uint64_t checksum;
+    std::function<void(IncomingFile&)> event;
+    int samples;  // that arrive before it
+    TransferState state;
+    ExitCode code;
+    bool isOver;
+  } rows[] = {
+      {"whole", sum, nothing, ALL, TransferState::COMPLETE, ExitCode::OK, false},
+      {"told", sum, silenceOf({2, 1}), ALL, TransferState::COMPLETE, ExitCode::OK, true},
+      {"damaged", sum + 1, nothing, ALL, TransferState::FAILED, ExitCode::CHECKSUM_WRONG, false},
+      {"patient", sum, silenceOf({2, 0}), ALL - 1, TransferState::RECEIVING, ExitCode::OK, false},
+      {"silent", sum, silenceOf({2, 1}), ALL - 1, TransferState::FAILED, ExitCode::SENDER_SILENT,
+       true},
+      {"ended", sum, end, ALL - 1, TransferState::FAILED, ExitCode::SENDER_ENDED, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    char path[] = "/tmp/filecast-XXXXXX";
+    ASSERT_NE(mkdtemp(path), nullptr);
+    const int folder = open(path, O_RDONLY | O_DIRECTORY);
+    {
+      IncomingFile file(1, {text.size(), row.checksum, 10, "f"}, 1, folder, "id", VORNNtpTime());
+      for (int i = 0; i < row.samples; ++i)
+        for (const int number : {i ^ 1, i})  // neighbours change places
+          if (number < row.samples)
+            file.SampleAdd(SequenceNumber(number + 1), &text[static_cast<std::size_t>(number) * 10],
+                           number + 1 == ALL ? 7 : 10, VORNNtpTime());
+      row.event(file);
+      EXPECT_EQ(file.StateGet(), row.state);
+      EXPECT_EQ(file.FailureGet() ? file.FailureGet()->code : ExitCode::OK, row.code);
+      EXPECT_EQ(file.IsOver(), row.isOver);
+    }
+    close(folder);
+    std::ifstream stream(std::string(path) + "/f");
+    const std::string written{std::istreambuf_iterator<char>(stream), {}};
+    EXPECT_EQ(written == text, row.state == TransferState::COMPLETE);
+    EXPECT_EQ(std::filesystem::remove_all(path), row.state == TransferState::COMPLETE ? 2U : 1U);
+  }
 }
 
 }  // namespace

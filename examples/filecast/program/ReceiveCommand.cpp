@@ -1,0 +1,205 @@
+#include "program/ReceiveCommand.h"
+
+#include "program/Signals.h"
+#include "wire/Duration.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <random>
+#include <unistd.h>
+
+namespace {
+
+constexpr double WATCH_PERIOD = 0.1;
+
+int FolderOpen(const std::string& path) {
+  const int folder = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0 || faccessat(folder, ".", W_OK | X_OK, 0) != 0) {
+    const std::string text = path + ": " + std::strerror(errno);
+    if (folder >= 0)
+      close(folder);
+    throw Failure(ExitCode::FOLDER_UNUSABLE, text);
+  }
+  return folder;
+}
+
+std::string IdText(std::uint32_t session, std::uint32_t receiver) {
+  char text[24];
+  std::snprintf(text, sizeof text, "%08x-%08x", static_cast<unsigned int>(session),
+                static_cast<unsigned int>(receiver));
+  return text;
+}
+
+}  // namespace
+
+ReceiveCommand::ReceiveCommand(const Options& options, PeerList* peers)
+    : _options(options), _id(std::random_device()()), _progress("received"),
+      _endpoints(options.group, options.at, options.from), _loss(options.drop, options.seed),
+      _inbox(&_endpoints.DataGet(), peers, &_loss,
+             [this](VORNCDRStream* stream, const Header& header, const AddressPort& source) {
+               return DatagramHandle(stream, header, source);
+             }),
+      _buffer() {
+  _slots.reserve(FILE_CAPACITY);
+  _loop.EventAdd(WATCH_PERIOD, [this](const VORNNtpTime& now) { SendersWatch(now); });
+  _folder = FolderOpen(options.folder);
+}
+
+ReceiveCommand::~ReceiveCommand() {
+  _slots.clear();  // removes partial files through the folder's descriptor
+  if (_folder >= 0)
+    close(_folder);
+}
+
+ExitCode ReceiveCommand::Run() {
+  _progress.Say("waiting at " +
+                AddressPortText(_options.at.address != 0 ? _options.at : _options.group));
+  _begin = _loop.NowGet();
+  _loop.Run(
+      _endpoints.DataGet(),
+      [this](const VORNNtpTime& now) {
+        _now = now;
+        _inbox.DatagramsRead();
+        FilesCheck();
+      },
+      [this] { return _filesOver >= _options.files; });
+  _progress.Clear();
+  if (IsInterrupted())
+    throw Failure(ExitCode::INTERRUPTED, "interrupted; what was not whole is removed");
+  CountsSay();
+  if (_failure)
+    throw Failure(*_failure);
+  return ExitCode::OK;
+}
+
+Inbox::Verdict ReceiveCommand::DatagramHandle(VORNCDRStream* stream, const Header& header,
+                                              const AddressPort& source) {
+  if (header.kind == Kind::HEARTBEAT)
+    return HeartbeatHandle(stream, header, source);
+  // The same sender may be heard through two interfaces, from two addresses. One is enough.
+  IncomingFile* incoming = FileFind(header.session);
+  if (incoming == nullptr || incoming->SenderGet() != source.address || header.kind == Kind::WINDOW)
+    return Inbox::Verdict::FOREIGN;
+  if (header.kind == Kind::SAMPLE) {
+    const char* bytes = nullptr;
+    int length = 0;
+    if (!SampleRead(stream, &bytes, &length))
+      return Inbox::Verdict::GARBLED;
+    incoming->SampleAdd(header.number, bytes, length, _now);
+  } else {
+    bool complete = false;
+    if (!EndRead(stream, &complete))
+      return Inbox::Verdict::GARBLED;
+    incoming->EndNote(complete, _now);
+  }
+  return Inbox::Verdict::TAKEN;
+}
+
+Inbox::Verdict ReceiveCommand::HeartbeatHandle(VORNCDRStream* stream, const Header& header,
+                                               const AddressPort& source) {
+  if (!HeartbeatRead(stream, header, &_heartbeat))
+    return Inbox::Verdict::GARBLED;
+  IncomingFile* incoming = FileFind(header.session);
+  if (incoming == nullptr)
+    incoming = FileMake(header, _heartbeat.file, source.address);
+  if (incoming == nullptr || incoming->SenderGet() != source.address)
+    return Inbox::Verdict::FOREIGN;
+  if (!incoming->FileIs(_heartbeat.file))
+    return Inbox::Verdict::GARBLED;
+  if (incoming->IsOver())
+    return Inbox::Verdict::TAKEN;
+  incoming->HeartbeatAnswer(header.number, _now, &_window);
+  WindowSend(header, _heartbeat.count, {source.address, _heartbeat.answerPort}, *incoming);
+  return Inbox::Verdict::TAKEN;
+}
+
+IncomingFile* ReceiveCommand::FileFind(std::uint32_t session) {
+  for (Slot& slot : _slots)
+    if (slot.file->SessionGet() == session)
+      return slot.file.get();
+  return nullptr;
+}
+
+// None while every slot holds a file that is not over: the sender will be heard again.
+IncomingFile* ReceiveCommand::FileMake(const Header& header, const FileDescription& file,
+                                       unsigned int sender) {
+  if (_slots.size() >= FILE_CAPACITY) {
+    const auto old =
+        std::find_if(_slots.begin(), _slots.end(), [](const Slot& slot) { return slot.isTold; });
+    if (old == _slots.end())
+      return nullptr;
+    _slots.erase(old);
+  }
+  _progress.Say("receiving " + file.name + ", " + MegabytesText(file.size) + ", from " +
+                AddressText(sender));
+  Slot slot;
+  slot.file = std::make_unique<IncomingFile>(header.session, file, sender, _folder,
+                                             IdText(header.session, _id), _now);
+  _slots.push_back(std::move(slot));
+  return _slots.back().file.get();
+}
+
+// An answer that is lost, or that the system does not take, is made good by the next one.
+void ReceiveCommand::WindowSend(const Header& header, std::uint32_t heartbeat,
+                                const AddressPort& to, const IncomingFile& incoming) {
+  Header answer = header;
+  answer.kind = Kind::WINDOW;
+  answer.number = _window.lead;
+  const WindowHead head{_id, heartbeat, incoming.StateGet()};
+  VORNCDRStream stream;
+  VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
+  if (WindowWrite(&stream, answer, head, _window))
+    _endpoints.Answer(to, &stream);
+}
+
+void ReceiveCommand::SendersWatch(const VORNNtpTime& now) {
+  for (Slot& slot : _slots) {
+    slot.file->SilenceCheck(now, DurationOf(_options.patience));
+    if (slot.file->StateGet() == TransferState::RECEIVING && _slots.size() == 1)
+      _progress.Show(static_cast<std::uint64_t>(slot.file->WindowGet().LeadGet() - 1),
+                     static_cast<std::uint64_t>(slot.file->WindowGet().FileGet().SampleCount()));
+  }
+  FilesCheck();
+  if (_slots.empty() && _options.wait > 0 && now - _begin > DurationOf(_options.wait)) {
+    CountsSay();
+    throw Failure(ExitCode::SENDER_SILENT, "no sender was heard");
+  }
+}
+
+void ReceiveCommand::FilesCheck() {
+  for (Slot& slot : _slots) {
+    if (slot.isTold || !slot.file->IsOver())
+      continue;
+    slot.isTold = true;
+    ++_filesOver;
+    FileTell(*slot.file);
+  }
+}
+
+void ReceiveCommand::FileTell(const IncomingFile& incoming) {
+  const FileDescription& file = incoming.WindowGet().FileGet();
+  if (!incoming.FailureGet()) {
+    _progress.Say("wrote " + file.name + ", " + ThroughputText(file.size, incoming.SecondsGet()));
+    return;
+  }
+  if (!_failure)
+    _failure = incoming.FailureGet();
+  _progress.Say("gave up " + file.name);
+}
+
+void ReceiveCommand::CountsSay() {
+  const Inbox::Counts& counts = _inbox.CountsGet();
+  char text[200];
+  std::snprintf(text, sizeof text,
+                "datagrams: %llu taken, %llu refused, %llu garbled, %llu foreign, %llu dropped on "
+                "purpose",
+                static_cast<unsigned long long>(counts.taken),
+                static_cast<unsigned long long>(counts.refused),
+                static_cast<unsigned long long>(counts.garbled),
+                static_cast<unsigned long long>(counts.foreign),
+                static_cast<unsigned long long>(counts.dropped));
+  _progress.Say(text);
+}

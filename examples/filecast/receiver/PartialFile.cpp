@@ -1,0 +1,97 @@
+#include "receiver/PartialFile.h"
+
+#include "wire/Checksum.h"
+#include "wire/Failure.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+// Twice a window: what waits to be written, at most WRITE_SAMPLES - 1 samples, and the window
+// behind it never meet.
+constexpr std::int64_t RING_SAMPLES = std::int64_t{2} * Bitmap::CAPACITY;
+constexpr std::int64_t WRITE_SAMPLES = 128;
+
+std::size_t RingPlace(std::int64_t number) {
+  return static_cast<std::size_t>((number - 1) % RING_SAMPLES);
+}
+
+}  // namespace
+
+PartialFile::PartialFile(int folder, const FileDescription& file, const std::string& id)
+    : _folder(folder), _file(file), _name(".filecast-" + id),
+      _ring(static_cast<std::size_t>(RING_SAMPLES) * file.sampleSize),
+      _descriptor(openat(folder, _name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {
+  if (_descriptor < 0)
+    FailureThrow("cannot make a file", errno);
+}
+
+PartialFile::~PartialFile() {
+  if (_descriptor < 0)
+    return;
+  close(_descriptor);
+  unlinkat(_folder, _name.c_str(), 0);
+}
+
+void PartialFile::SampleStore(std::int64_t number, const char* bytes, int length) {
+  std::memcpy(_ring.data() + RingPlace(number) * _file.sampleSize, bytes,
+              static_cast<std::size_t>(length));
+}
+
+void PartialFile::LeadMove(std::int64_t lead) {
+  _lead = lead;
+  // A lead can jump by a whole window, so this is once more than it may lie behind.
+  if (_lead - _written >= WRITE_SAMPLES)
+    SamplesWrite(_lead);
+}
+
+// Writes the samples before `end`, in one piece or, where the ring ends, in two.
+void PartialFile::SamplesWrite(std::int64_t end) {
+  while (_written < end) {
+    const std::size_t place = RingPlace(_written);
+    const std::int64_t toRingEnd = RING_SAMPLES - static_cast<std::int64_t>(place);
+    const std::int64_t stop = std::min(end, _written + toRingEnd);
+    const std::size_t length = static_cast<std::size_t>(
+        std::min(_file.size, _file.SampleOffset(stop)) - _file.SampleOffset(_written));
+    const char* bytes = _ring.data() + place * _file.sampleSize;
+    BytesWrite(bytes, length);
+    _checksum = Checksum(_checksum, bytes, length);
+    _written = stop;
+  }
+}
+
+void PartialFile::BytesWrite(const char* bytes, std::size_t length) {
+  while (length > 0) {
+    const ssize_t done = write(_descriptor, bytes, length);
+    if (done < 0 && errno == EINTR)
+      continue;
+    if (done < 0)
+      FailureThrow("cannot write", errno);
+    bytes += done;
+    length -= static_cast<std::size_t>(done);
+  }
+}
+
+void PartialFile::Finish() {
+  SamplesWrite(_lead);
+  if (_checksum != _file.checksum)
+    throw Failure(ExitCode::CHECKSUM_WRONG, _file.name + ": the checksum is wrong");
+  if (fsync(_descriptor) != 0)
+    FailureThrow("cannot write", errno);
+  if (renameat(_folder, _name.c_str(), _folder, _file.name.c_str()) != 0)
+    FailureThrow("cannot give the file its name", errno);
+  close(_descriptor);
+  _descriptor = -1;
+  fsync(_folder);  // makes the name last, too; where a folder cannot do that, it is as good as ever
+}
+
+void PartialFile::FailureThrow(const char* what, int error) const {
+  const bool isFull = error == ENOSPC || error == EDQUOT || error == EFBIG;
+  throw Failure(isFull ? ExitCode::DISK_FULL : ExitCode::WRITE_FAILED,
+                _file.name + ": " + what + ": " + std::strerror(error));
+}

@@ -1,0 +1,47 @@
+#ifndef FILECAST_RECEIVER_PARTIAL_FILE_H
+#define FILECAST_RECEIVER_PARTIAL_FILE_H
+
+#include "wire/Datagram.h"
+
+#include <string>
+#include <vector>
+
+/// A file on its way in. It has a hidden name of its own until it is whole, written out and
+/// verified; then it takes the place of a file that has its final name. Otherwise its destructor
+/// removes it, and a file with the final name stays as it was.
+///
+/// Samples are kept in a ring until all before them are there, and are written in order. So the
+/// memory does not depend on the file's size, nor does the disk space on what a sender announces,
+/// and the checksum is taken along the way.
+class PartialFile {
+public:
+  /// Opens the hidden file in the folder of descriptor `folder`, which must stay open. `id` tells
+  /// it from those of other receivers. Throws a `Failure`, as all operations do.
+  PartialFile(int folder, const FileDescription& file, const std::string& id);
+  ~PartialFile();
+  PartialFile(const PartialFile&) = delete;
+  PartialFile& operator=(const PartialFile&) = delete;
+
+  /// Keeps a sample inside the window of a `ReceiveWindow` whose lead was given to `LeadMove`.
+  void SampleStore(std::int64_t number, const char* bytes, int length);
+  /// Tells that all samples before `lead` were stored; writes them once they are many.
+  void LeadMove(std::int64_t lead);
+  /// Writes the rest, verifies the checksum and gives the file its final name.
+  void Finish();
+
+private:
+  void SamplesWrite(std::int64_t end);
+  void BytesWrite(const char* bytes, std::size_t length);
+  [[noreturn]] void FailureThrow(const char* what, int error) const;
+
+  int _folder;
+  FileDescription _file;
+  std::string _name;
+  std::vector<char> _ring;
+  std::int64_t _written = 1;  ///< first sample that is not written yet
+  std::int64_t _lead = 1;
+  std::uint64_t _checksum = 0;
+  int _descriptor;  ///< last: once the file is there, nothing in the constructor can fail
+};
+
+#endif

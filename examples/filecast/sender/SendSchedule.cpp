@@ -1,0 +1,107 @@
+#include "sender/SendSchedule.h"
+
+#include <algorithm>
+
+SendSchedule::SendSchedule(const FileDescription& file)
+    : _file(file), _sentAfter(static_cast<std::size_t>(file.SampleCount()) + 1, 0),
+      _repairIsQueued(_sentAfter.size(), false) {
+  _peers.reserve(PEER_CAPACITY);
+}
+
+Heartbeat SendSchedule::HeartbeatNext(int answerPort) {
+  Heartbeat heartbeat;
+  heartbeat.count = ++_heartbeats;
+  heartbeat.answerPort = answerPort;
+  heartbeat.file = _file;
+  return heartbeat;
+}
+
+SendSchedule::Peer* SendSchedule::PeerFind(std::uint32_t id, const AddressPort& place) {
+  for (Peer& peer : _peers)
+    if (peer.id == id && peer.place == place)
+      return &peer;
+  if (_peers.size() >= PEER_CAPACITY)
+    return nullptr;
+  _peers.push_back({id, place, TransferState::RECEIVING, 1, VORNNtpTime(), false});
+  return &_peers.back();
+}
+
+bool SendSchedule::WindowApply(const WindowHead& head, const Bitmap& arrived,
+                               const AddressPort& source, const VORNNtpTime& now) {
+  const std::int64_t lead = NumberOf(arrived.lead);
+  // The lead is settled before anything is added to it: it may be the largest number there is.
+  if (head.heartbeat == 0 || head.heartbeat > _heartbeats || lead > _highest + 1)
+    return false;
+  const std::int64_t last = lead + arrived.size - 1;
+  const bool whole = lead == _file.SampleCount() + 1;
+  if (last > _highest || (head.state == TransferState::COMPLETE && !whole))
+    return false;
+  Peer* peer = PeerFind(head.receiver, source);
+  if (peer == nullptr)
+    return false;
+  peer->lastHeard = now;
+  peer->lost = false;
+  // Datagrams overtake each other, but neither a lead nor an end is ever taken back.
+  peer->lead = std::max(peer->lead, lead);
+  if (peer->state == TransferState::RECEIVING)
+    peer->state = head.state;
+  if (peer->state == TransferState::RECEIVING)
+    MissingQueue(head.heartbeat, arrived);
+  return true;
+}
+
+void SendSchedule::MissingQueue(std::uint32_t heartbeat, const Bitmap& arrived) {
+  for (SequenceNumber sn = arrived.lead; arrived.BitInRange(sn) != 0; sn++) {
+    const std::int64_t number = NumberOf(sn);
+    const auto index = static_cast<std::size_t>(number);
+    int bit = 1;
+    arrived.BitGet(sn, &bit);
+    if (bit != 0 || _repairIsQueued[index] || _sentAfter[index] >= heartbeat)
+      continue;
+    _repairIsQueued[index] = true;
+    _repairQueue.push_back(number);
+  }
+}
+
+// The last sample that may be sent for the first time.
+std::int64_t SendSchedule::LimitGet() const {
+  std::int64_t limit = _file.SampleCount();
+  for (const Peer& peer : _peers) {
+    const bool keepsUp = peer.lead + Bitmap::CAPACITY > _highest;
+    if (peer.state == TransferState::RECEIVING && !peer.lost && keepsUp)
+      limit = std::min(limit, peer.lead + Bitmap::CAPACITY - 1);
+  }
+  return limit;
+}
+
+std::optional<std::int64_t> SendSchedule::SampleNext() {
+  std::int64_t number = 0;
+  if (!_repairQueue.empty()) {
+    number = _repairQueue.front();
+    _repairQueue.pop_front();
+    _repairIsQueued[static_cast<std::size_t>(number)] = false;
+    ++_repairs;
+  } else if (_highest < LimitGet()) {
+    number = ++_highest;
+  } else {
+    return std::nullopt;
+  }
+  _sentAfter[static_cast<std::size_t>(number)] = _heartbeats;
+  return number;
+}
+
+void SendSchedule::LostPeersFind(const VORNNtpTime& now, const VORNNtpTime& patience) {
+  for (Peer& peer : _peers)
+    if (peer.state == TransferState::RECEIVING && now - peer.lastHeard > patience)
+      peer.lost = true;
+}
+
+int SendSchedule::CountIn(TransferState state) const {
+  return static_cast<int>(std::count_if(_peers.begin(), _peers.end(),
+                                        [state](const Peer& peer) { return peer.state == state; }));
+}
+
+int SendSchedule::LostCount() const {
+  return static_cast<int>(
+      std::count_if(_peers.begin(), _peers.end(), [](const Peer& peer) { return peer.lost; }));
+}

@@ -1,0 +1,88 @@
+#ifndef FILECAST_WIRE_DATAGRAM_H
+#define FILECAST_WIRE_DATAGRAM_H
+
+#include "platform/VornCDRStream.h"
+#include "reliability/SequenceNumber.h"
+#include "reliability/VORNBitmap.h"
+#include "time/VORNNtpTime.h"
+
+#include <cstdint>
+#include <string>
+
+/// What filecast puts on the wire: one header and one of four bodies, as CDR items in big-endian
+/// order. Reading trusts nothing: a reader that returns true has checked every size and index.
+
+inline constexpr int DATAGRAM_CAPACITY = 1472;  ///< what an Ethernet frame takes without fragments
+inline constexpr int SAMPLE_CAPACITY = 1408;    ///< file bytes in one datagram
+inline constexpr int NAME_CAPACITY = 255;       ///< bytes of a file name
+inline constexpr std::uint64_t LARGEST_FILE = std::uint64_t{1} << 40;
+
+enum class Kind : std::uint32_t {
+  HEARTBEAT = 1,  ///< sender: what the file is, and up to which sample it was sent
+  SAMPLE = 2,     ///< sender: a piece of the file
+  WINDOW = 3,     ///< receiver: what has arrived, so what is missing
+  END = 4,        ///< sender: nothing more will come
+};
+
+struct Header {
+  std::uint32_t session = 0;  ///< drawn by the sender; 0 in nothing valid
+  Kind kind = Kind::HEARTBEAT;
+  VORNNtpTime time;  ///< sender's clock; a window brings that of its heartbeat back
+  SequenceNumber
+      number;  ///< heartbeat: last sample sent; sample: its number; window: first missing
+};
+
+/// The file, as every heartbeat tells it.
+struct FileDescription {
+  std::uint64_t size = 0;
+  std::uint64_t checksum = 0;
+  std::uint32_t sampleSize = 0;  ///< bytes of every sample but the last
+  std::string name;              ///< of the file alone, without a folder
+
+  /// Samples are numbered from 1 to this.
+  std::int64_t SampleCount() const;
+  /// Bytes of sample `number`, which must be one of them.
+  int SampleLength(std::int64_t number) const;
+  std::uint64_t SampleOffset(std::int64_t number) const;
+};
+
+struct Heartbeat {
+  std::uint32_t count = 0;  ///< heartbeats so far, this one included
+  int answerPort = 0;       ///< where windows are expected, at the heartbeat's source
+  FileDescription file;
+};
+
+/// How far a receiver is with the file.
+enum class TransferState : std::uint32_t { RECEIVING = 0, COMPLETE = 1, FAILED = 2 };
+
+/// What a window says before its bitmap.
+struct WindowHead {
+  std::uint32_t receiver = 0;   ///< drawn by the receiver
+  std::uint32_t heartbeat = 0;  ///< count of the heartbeat that it answers
+  TransferState state = TransferState::RECEIVING;
+};
+
+std::int64_t NumberOf(const SequenceNumber& number);
+SequenceNumber SequenceOf(std::int64_t number);
+
+/// Writers return whether everything fitted. The stream holds `DATAGRAM_CAPACITY` bytes or more.
+bool HeartbeatWrite(VORNCDRStream* stream, const Header& header, const Heartbeat& heartbeat);
+bool SampleWrite(VORNCDRStream* stream, const Header& header, const char* bytes, int length);
+bool WindowWrite(VORNCDRStream* stream, const Header& header, const WindowHead& head,
+                 const Bitmap& arrived);
+bool EndWrite(VORNCDRStream* stream, const Header& header, bool complete);
+
+/// Readers return whether the datagram is one of ours and of this kind, whole and consistent. The
+/// header is read first and says which reader comes next.
+bool HeaderRead(VORNCDRStream* stream, Header* header);
+bool HeartbeatRead(VORNCDRStream* stream, const Header& header, Heartbeat* heartbeat);
+/// Stores where the sample's bytes lie in the stream's buffer, and how many.
+bool SampleRead(VORNCDRStream* stream, const char** bytes, int* length);
+bool WindowRead(VORNCDRStream* stream, const Header& header, WindowHead* head, Bitmap* arrived);
+bool EndRead(VORNCDRStream* stream, bool* complete);
+
+/// Whether a name from the wire can be that of a file in a folder of ours: no path, nothing hidden,
+/// nothing that a terminal would obey.
+bool FileNameIsSafe(const std::string& name);
+
+#endif

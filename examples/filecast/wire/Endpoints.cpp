@@ -1,0 +1,106 @@
+#include "wire/Endpoints.h"
+
+#include "wire/Failure.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+// A window of samples and more, whatever the system makes of it; a burst must fit.
+constexpr int BUFFER_SIZE = 1 << 20;
+constexpr int BUFFER_OPTIONS = KEL_DGRAM_OPT_SNDBUF | KEL_DGRAM_OPT_RCVBUF;
+
+VORNDGramProperties* BuffersGet() {
+  static VORNDGramProperties properties{BUFFER_SIZE, BUFFER_SIZE};
+  return &properties;
+}
+
+void MulticastRequire() {
+  if (VORNDGramClass::NICIsMulticastSupported() == 0)
+    throw Failure(
+        ExitCode::NO_MULTICAST,
+        "no usable interface can multicast; to send by unicast, use --to of send and --at of "
+        "recv");
+}
+
+VORNMulticastProperties MulticastGet(bool isMulticast, int ttl) {
+  if (isMulticast)
+    MulticastRequire();
+  VORNMulticastProperties properties;
+  VornMulticastPropertiesDefaultGet(&properties);
+  properties.enable = isMulticast ? 1 : 0;
+  properties.ttl = static_cast<unsigned char>(ttl);
+  return properties;
+}
+
+[[noreturn]] void BindFailureThrow(const AddressPort& place, int error) {
+  throw Failure(error == EADDRINUSE ? ExitCode::PORT_IN_USE : ExitCode::NETWORK_FAILED,
+                "cannot receive at " + AddressPortText(place) + ": " + std::strerror(error));
+}
+
+// Binds to `place`, with port 0 to one of the system's choice. Returns the port.
+int EndpointBind(VORNDGram* endpoint, const AddressPort& place) {
+  if (endpoint->IsValid() == 0)
+    throw Failure(ExitCode::NETWORK_FAILED, "the system has no socket to give");
+  const int port = endpoint->bind(endpoint, place.address, place.port);
+  if (port == 0)
+    BindFailureThrow(place, errno);
+  return port;
+}
+
+}  // namespace
+
+InterfaceTable::InterfaceTable(PeerList* peers) {
+  if (KelNetioInit() == 0 || VORNDGramClass::NICInitialize() == 0)
+    throw Failure(ExitCode::NETWORK_FAILED, "the network's interfaces cannot be read");
+  peers->InterfacesChoose();
+}
+
+InterfaceTable::~InterfaceTable() { VORNDGramClass::NICDestroy(); }
+
+SendEndpoints::SendEndpoints(const AddressPort& group, const std::vector<AddressPort>& to, int ttl)
+    : SendEndpoints(group, to, MulticastGet(to.empty(), ttl)) {}
+
+SendEndpoints::SendEndpoints(const AddressPort& group, const std::vector<AddressPort>& to,
+                             VORNMulticastProperties multicast)
+    : _data(&multicast, BUFFER_OPTIONS, BuffersGet(), -1),
+      _answers(0, BUFFER_OPTIONS, BuffersGet(), -1) {
+  if (_data.IsValid() == 0)
+    throw Failure(ExitCode::NETWORK_FAILED, "cannot prepare the network's interfaces for sending");
+  _answerPort = EndpointBind(&_answers, AddressPort());
+  for (const AddressPort& place : to)
+    KelNetioAddrInitialize(&_destinations.emplace_back(), place.address, place.port);
+  if (_destinations.empty())
+    KelNetioAddrInitialize(&_destinations.emplace_back(), group.address, group.port);
+}
+
+bool SendEndpoints::Send(VORNCDRStream* stream) {
+  bool anyWent = false;
+  for (KELNetioAddr& destination : _destinations)
+    anyWent |= _data.SendTo(&destination, stream) != 0;
+  return anyWent;
+}
+
+ReceiveEndpoints::ReceiveEndpoints(const AddressPort& group, const AddressPort& at,
+                                   unsigned int from)
+    : _data(at.address == 0 ? 1 : 0, BUFFER_OPTIONS, BuffersGet(), -1),
+      _answers(0, BUFFER_OPTIONS, BuffersGet(), -1) {
+  EndpointBind(&_answers, {from != 0 ? from : at.address, 0});
+  if (at.address != 0) {
+    EndpointBind(&_data, at);
+    return;
+  }
+  MulticastRequire();
+  if (_data.RecvMulticastInitialize(group.port) == 0)
+    BindFailureThrow({0, group.port}, errno);
+  if (_data.RecvMulticastGroupJoin(group.address) == 0)
+    throw Failure(ExitCode::NETWORK_FAILED, "cannot join the group " + AddressText(group.address) +
+                                                ": " + std::strerror(errno));
+}
+
+bool ReceiveEndpoints::Answer(const AddressPort& to, VORNCDRStream* stream) {
+  KELNetioAddr destination;
+  KelNetioAddrInitialize(&destination, to.address, to.port);
+  return _answers.SendTo(&destination, stream) != 0;
+}
