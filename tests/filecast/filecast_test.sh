@@ -44,6 +44,12 @@ code_is() { # WHAT CODE EXPECTED
 }
 recv() { "${there[@]}" "$filecast" recv "$@" --wait 20 >>recv.log 2>&1; }
 send() { "$filecast" send "$@" >send.log 2>&1; }
+await_quarter() { # until the sender shows that it has sent 25 % or more
+  for ((i = 0; i < 500; i++)); do
+    grep -q 'sent [2-9]' send.log && break
+    sleep 0.02
+  done
+}
 
 # Three receivers with losses; an old copy is replaced, and nothing else is left.
 mkdir r1 r2 r3 r4
@@ -59,13 +65,23 @@ echo "10.77.0.2 no-such-host.invalid 10.77.0.3 10.77.0.4/ffffffff" >VORN_PEER_HO
 send data --peers --receivers 3 --drop 0.01
 code_is "three receivers" $? 0
 for pid in "${pids[@]}"; do wait "$pid"; code_is "receiver" $? 0; done
-for r in 1 2 3; do check "copy $r is the same" cmp data r$r/data; done
-check "one file in each folder" test "$(ls -A r1 r2 r3 | grep -c data)$(ls -A r1 r2 r3 | grep -c cast)" = 30
+for r in 1 2 3; do
+  check "copy $r is the same" cmp data r$r/data
+  check "nothing else is left in r$r" test "$(ls -A r$r)" = data
+done
 wait "$uninvited"
 code_is "uninvited receiver" $? 16
 check "the uninvited has nothing" test -z "$(ls -A r4)"
 check "refusals are counted" grep -Eq ' [1-9][0-9]* refused' send.log
 check "the unusable entry is named" grep -q 'file VORN_PEER_HOSTS, entry 2.*"no-such-host.invalid"' send.log
+rm VORN_PEER_HOSTS
+ln -s VORN_PEER_HOSTS VORN_PEER_HOSTS  # nobody can open that, root neither
+VORN_PEER_HOSTS=10.77.0.2 send data --peers
+code_is "list file that cannot be opened" $? 8
+rm VORN_PEER_HOSTS
+printf '10.77.0.%d ' {100..550} >VORN_PEER_HOSTS
+send data --peers
+code_is "list that is cut off" $? 8
 rm VORN_PEER_HOSTS
 VORN_PEER_HOSTS=no-such-host.invalid send data --peers
 code_is "list that names nobody" $? 8
@@ -93,17 +109,33 @@ recv small & full=$!
 "${there[@]}" "$filecast" recv r2 >>recv.log 2>&1 & interrupted=$!
 "${there[@]}" "$filecast" recv r3 >>recv.log 2>&1 & killed=$!
 send data --receivers 4 --rate 4 --patience 1.5 & sending=$!
-for ((i = 0; i < 500; i++)); do grep -q '25 %\|2[5-9] %\|[34]. %' send.log && break; sleep 0.02; done
+await_quarter
 kill -KILL "$killed"
 kill -TERM "$interrupted"
 wait "$interrupted"; code_is "interrupted receiver" $? 17
-check "an interrupted receiver leaves the old file alone" test "$(ls -A r2)$(cat r2/data)" = dataold
+check "an interrupted receiver leaves the old file alone" test "$(cat r2/data)" = old
+check "an interrupted receiver leaves nothing else" test "$(ls -A r2)" = data
 wait "$full"; code_is "disk full" $? 12
 check "nothing stays on a full disk" test -z "$(ls -A small)"
 wait "$whole"; code_is "the other receiver" $? 0
 wait "$sending"; code_is "sender with a lost receiver" $? 10
 check "the other copy is the same" cmp data r1/data
 check "a lost receiver is named" grep -q 'lost: it fell silent' send.log
+
+# An address that cannot be reached holds up nobody else.
+recv r1 --at 10.77.0.2 & whole=$!
+send data --to 10.99.0.1 --to 10.77.0.2 --rate 2 --patience 0.5
+code_is "sender with one address out of reach" $? 0
+wait "$whole"; code_is "the receiver in reach" $? 0
+
+# A sender that is interrupted says so.
+recv r1 & told=$!
+"$filecast" send data --rate 0.5 >send.log 2>&1 & sending=$!
+await_quarter
+kill -TERM "$sending"
+wait "$sending"; code_is "interrupted sender" $? 17
+wait "$told"; code_is "receiver of an interrupted sender" $? 16
+check "the reason is told" grep -q 'the sender was interrupted' recv.log
 
 for name in $("$filecast" --help | sed -n 's/^ *[0-9]* \([A-Z_]*\) .*/\1/p'); do
   check "$name is in docs/filecast.md" grep -q "\`$name\`" "$page"

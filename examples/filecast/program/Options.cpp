@@ -48,7 +48,8 @@ void CommonOptionsAdd(CLI::App* app, Options* options) {
   app->add_flag("--peers", options->peers,
                 "Deal only with the hosts that the file VORN_PEER_HOSTS in this folder, or the "
                 "environment variable of that name, lists");
-  app->add_option("--patience", options->patience, "Seconds of silence that end a peer's part")
+  app->add_option("--patience", options->patience,
+                  "Seconds of silence after which the other side is given up")
       ->check(CLI::Range(0.1, 86400.0))
       ->capture_default_str();
   app->add_option("--wait", options->wait, "Seconds to wait for the other side to appear")
@@ -56,7 +57,9 @@ void CommonOptionsAdd(CLI::App* app, Options* options) {
       ->capture_default_str();
   app->add_option("--drop", options->drop, "Share of the datagrams to lose on purpose, 0 to 0.9")
       ->check(CLI::Range(0.0, 0.9));
-  app->add_option("--seed", options->seed, "Which ones")->capture_default_str();
+  app->add_option("--seed", options->seed,
+                  "Seed of the losses: the same seed loses the same datagrams")
+      ->capture_default_str();
   app->add_option("--verbosity", options->verbosity, "What the library says: -1 (nothing) to 2")
       ->check(CLI::Range(-1, 2))
       ->capture_default_str();
@@ -65,7 +68,7 @@ void CommonOptionsAdd(CLI::App* app, Options* options) {
 void SendOptionsAdd(CLI::App* app, Options* options) {
   app->add_option("FILE", options->path, "The file to send")->required();
   CommonOptionsAdd(app, options);
-  AddressOptionAdd(app, "--to", "Send there instead of to the group; may be repeated",
+  AddressOptionAdd(app, "--to", "Send to this address instead of to the group; may be repeated",
                    [options](const AddressPort& place) {
                      options->to.push_back(place);
                      return HostIPIsMulticastAddress(place.address) == 0;
@@ -78,7 +81,8 @@ void SendOptionsAdd(CLI::App* app, Options* options) {
       ->check(CLI::Range(0.01, 1000.0))
       ->capture_default_str();
   app->add_option("--name", options->name, "Name of the file at the receivers");
-  app->add_option("--ttl", options->ttl, "Networks to cross; 1 stays on the local one")
+  app->add_option("--ttl", options->ttl,
+                  "Networks that a datagram may cross; 1: only the local one")
       ->check(CLI::Range(1, 255))
       ->capture_default_str();
   app->callback([options] { options->command = Options::Command::SEND; });
@@ -93,7 +97,7 @@ void ReceiveOptionsAdd(CLI::App* app, Options* options) {
                      return HostIPIsMulticastAddress(place.address) == 0;
                    })
       ->expected(1);
-  AddressOptionAdd(app, "--from", "Address of this host that answers come from",
+  AddressOptionAdd(app, "--from", "Address of this host to send answers from",
                    [options](const AddressPort& place) {
                      options->from = place.address;
                      return place.port == 0;

@@ -17,7 +17,7 @@ struct Options {
   double drop = 0;                      ///< share of the datagrams to be lost on purpose
   std::uint32_t seed = 1;
   double patience = 10;  ///< silence after which the other side is lost
-  double wait = 0;       ///< for the other side to appear; a receiver takes 0 as for ever
+  double wait = 0;       ///< for the other side to appear; 0 at a receiver: for ever
   int verbosity = -1;    ///< of the library
 
   // send
@@ -25,7 +25,7 @@ struct Options {
   std::string name;             ///< the file's name at the receivers; empty: its own
   std::vector<AddressPort> to;  ///< unicast: these instead of the group
   int receivers = 1;            ///< expected at least
-  double rate = 20;             ///< megabytes of datagrams in a second
+  double rate = 20;             ///< megabytes of samples in a second, repairs included
   int ttl = 1;
 
   // recv

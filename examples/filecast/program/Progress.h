@@ -9,10 +9,11 @@ class Progress {
 public:
   explicit Progress(std::string name);
 
+  /// Shows `done` of `size` samples.
   void Show(std::uint64_t done, std::uint64_t size);
   /// Prints a line of its own, above the bar if there is one.
   void Say(const std::string& text);
-  /// Says the last word: the bar goes.
+  /// Removes the bar.
   void Clear();
 
 private:

@@ -68,7 +68,7 @@ ExitCode ReceiveCommand::Run() {
       [this] { return _filesOver >= _options.files; });
   _progress.Clear();
   if (IsInterrupted())
-    throw Failure(ExitCode::INTERRUPTED, "interrupted; what was not whole is removed");
+    throw Failure(ExitCode::INTERRUPTED, "interrupted; unfinished files are removed");
   CountsSay();
   if (_failure)
     throw Failure(*_failure);

@@ -1,8 +1,8 @@
 #ifndef FILECAST_PROGRAM_SIGNALS_H
 #define FILECAST_PROGRAM_SIGNALS_H
 
-/// Lets the program end in order when it is interrupted, so that no partial file stays behind.
-/// Called once, first of all.
+/// From now on, SIGINT, SIGTERM and SIGHUP are noted and do not end the program, so that it can
+/// remove partial files first. Called once, at the start.
 void SignalsCatch();
 /// Whether a signal asked the program to end.
 bool IsInterrupted();

@@ -84,7 +84,7 @@ void PartialFile::Finish() {
   if (fsync(_descriptor) != 0)
     FailureThrow("cannot write", errno);
   if (renameat(_folder, _name.c_str(), _folder, _file.name.c_str()) != 0)
-    FailureThrow("cannot give the file its name", errno);
+    FailureThrow("cannot rename the file", errno);
   close(_descriptor);
   _descriptor = -1;
   fsync(_folder);  // makes the name last, too; where a folder cannot do that, it is as good as ever

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-/// A file on its way in. It has a hidden name of its own until it is whole, written out and
-/// verified; then it takes the place of a file that has its final name. Otherwise its destructor
+/// A file that is being received. It has a hidden name of its own until it is whole, verified and
+/// synced; then it gets its final name, and replaces a file that has it. Otherwise the destructor
 /// removes it, and a file with the final name stays as it was.
 ///
-/// Samples are kept in a ring until all before them are there, and are written in order. So the
-/// memory does not depend on the file's size, nor does the disk space on what a sender announces,
-/// and the checksum is taken along the way.
+/// Samples are kept in a ring until all before them are there, and are written in order. So memory
+/// does not depend on the file's size, disk space does not depend on what a sender announces, and
+/// the checksum is computed as the file is written.
 class PartialFile {
 public:
   /// Opens the hidden file in the folder of descriptor `folder`, which must stay open. `id` tells

@@ -8,7 +8,7 @@
 #include <vector>
 
 /// The file that is sent: its description, and its samples in any order. Samples are read in blocks
-/// of 64, and the blocks last used are kept, so repairs are seldom read again.
+/// of 64. The last 16 blocks are kept, so a repair seldom needs another read.
 ///
 /// Everything throws a `Failure` when the file cannot be read.
 class SampleReader {

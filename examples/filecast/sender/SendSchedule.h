@@ -16,9 +16,9 @@
 /// lies farther back, because it came late, is served by repairs and holds nobody up. Repairs come
 /// before new samples.
 ///
-/// A window answers a certain heartbeat. A sample that was sent after that heartbeat cannot be in
-/// it yet, so it is not repaired for that window: no answer causes a second repair of what a first
-/// one has already brought on its way.
+/// A window answers a certain heartbeat. A sample that was sent after that heartbeat can be on its
+/// way still, so that window does not cause a repair of it. In this way several windows that miss
+/// the same sample cause one repair.
 class SendSchedule {
 public:
   /// A receiver, as far as its windows tell.

@@ -10,7 +10,7 @@
 #include <string>
 
 /// What filecast puts on the wire: one header and one of four bodies, as CDR items in big-endian
-/// order. Reading trusts nothing: a reader that returns true has checked every size and index.
+/// order. Readers trust nothing: one that returns true has checked every size and index.
 
 inline constexpr int DATAGRAM_CAPACITY = 1472;  ///< what an Ethernet frame takes without fragments
 inline constexpr int SAMPLE_CAPACITY = 1408;    ///< file bytes in one datagram
@@ -25,11 +25,11 @@ enum class Kind : std::uint32_t {
 };
 
 struct Header {
-  std::uint32_t session = 0;  ///< drawn by the sender; 0 in nothing valid
+  std::uint32_t session = 0;  ///< drawn by the sender; never 0 on the wire
   Kind kind = Kind::HEARTBEAT;
-  VORNNtpTime time;  ///< sender's clock; a window brings that of its heartbeat back
-  SequenceNumber
-      number;  ///< heartbeat: last sample sent; sample: its number; window: first missing
+  VORNNtpTime time;       ///< the sender's clock; a window repeats that of its heartbeat
+  SequenceNumber number;  ///< of a sample: its own; of a window: the first sample missing; else the
+                          ///< last sample that was sent
 };
 
 /// The file, as every heartbeat tells it.
@@ -48,7 +48,7 @@ struct FileDescription {
 
 struct Heartbeat {
   std::uint32_t count = 0;  ///< heartbeats so far, this one included
-  int answerPort = 0;       ///< where windows are expected, at the heartbeat's source
+  int answerPort = 0;       ///< windows go to this port at the heartbeat's source
   FileDescription file;
 };
 
@@ -72,8 +72,8 @@ bool WindowWrite(VORNCDRStream* stream, const Header& header, const WindowHead& 
                  const Bitmap& arrived);
 bool EndWrite(VORNCDRStream* stream, const Header& header, bool complete);
 
-/// Readers return whether the datagram is one of ours and of this kind, whole and consistent. The
-/// header is read first and says which reader comes next.
+/// Readers return whether the datagram is one of ours and of this kind, whole and consistent. Read
+/// the header first: it says which reader comes next.
 bool HeaderRead(VORNCDRStream* stream, Header* header);
 bool HeartbeatRead(VORNCDRStream* stream, const Header& header, Heartbeat* heartbeat);
 /// Stores where the sample's bytes lie in the stream's buffer, and how many.
@@ -81,8 +81,8 @@ bool SampleRead(VORNCDRStream* stream, const char** bytes, int* length);
 bool WindowRead(VORNCDRStream* stream, const Header& header, WindowHead* head, Bitmap* arrived);
 bool EndRead(VORNCDRStream* stream, bool* complete);
 
-/// Whether a name from the wire can be that of a file in a folder of ours: no path, nothing hidden,
-/// nothing that a terminal would obey.
+/// Whether a file in a folder of ours may have a name from the wire: no path, no leading dot, and
+/// no control characters, which a terminal would obey.
 bool FileNameIsSafe(const std::string& name);
 
 #endif

@@ -42,7 +42,7 @@ VORNMulticastProperties MulticastGet(bool isMulticast, int ttl) {
 // Binds to `place`, with port 0 to one of the system's choice. Returns the port.
 int EndpointBind(VORNDGram* endpoint, const AddressPort& place) {
   if (endpoint->IsValid() == 0)
-    throw Failure(ExitCode::NETWORK_FAILED, "the system has no socket to give");
+    throw Failure(ExitCode::NETWORK_FAILED, "the system gives no socket");
   const int port = endpoint->bind(endpoint, place.address, place.port);
   if (port == 0)
     BindFailureThrow(place, errno);

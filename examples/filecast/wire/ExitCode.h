@@ -23,7 +23,7 @@ enum class ExitCode : int {
   INTERRUPTED = 17,
 };
 
-/// The one table of them: `--help` prints it.
+/// A row of the table that `--help` prints.
 struct ExitCodeLine {
   ExitCode code;
   const char* name;
@@ -40,7 +40,8 @@ inline constexpr ExitCodeLine EXIT_CODES[] = {
     {ExitCode::NO_MULTICAST, "NO_MULTICAST", "no interface can multicast"},
     {ExitCode::PORT_IN_USE, "PORT_IN_USE", "another program has the port"},
     {ExitCode::NETWORK_FAILED, "NETWORK_FAILED", "the system refuses to send or receive"},
-    {ExitCode::PEERS_UNUSABLE, "PEERS_UNUSABLE", "the list of peers is missing or names nobody"},
+    {ExitCode::PEERS_UNUSABLE, "PEERS_UNUSABLE",
+     "the list of peers is missing, unreadable or names nobody"},
     {ExitCode::RECEIVERS_MISSING, "RECEIVERS_MISSING", "fewer receivers answered than expected"},
     {ExitCode::RECEIVERS_LOST, "RECEIVERS_LOST", "a receiver failed or fell silent"},
     {ExitCode::FILE_CHANGED, "FILE_CHANGED", "the file became shorter while it was sent"},

@@ -15,10 +15,11 @@ public:
   /// entries can be used: the library takes an empty list as one that admits everybody.
   void ListRead();
 
-  /// Takes the interfaces outside the listed subnets out of use. Call it when the interface table
-  /// is made and before the first endpoint is.
+  /// Takes the interfaces outside the listed subnets out of use. Call it after the interface
+  /// table is made and before the first endpoint is.
   void InterfacesChoose();
 
+  /// Whether datagrams from `address`, in host byte order, are to be read.
   bool Admits(unsigned int address);
 
 private:
