@@ -188,7 +188,7 @@ void SendCommand::RecipientsUpdate() {
                    : peer.state == TransferState::COMPLETE ? " has the file"
                    : peer.state == TransferState::FAILED   ? " failed"
                                                            : " is lost: it fell silent") +
-                  "; " + std::to_string(_recipients.CountGet()) + " still receiving");
+                  "; " + std::to_string(_recipients.CountGet()) + " receiving");
   }
 }
 
