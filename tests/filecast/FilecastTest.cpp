@@ -92,6 +92,50 @@ TEST(DatagramTest, IsReadWholeOrNotAtAll) {
   }
 }
 
+// One word of an example is another one. The file has 72 samples of 1408 bytes.
+TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
+  const struct {
+    const char* what;
+    Kind kind;
+    std::size_t offset;
+    std::uint32_t word;
+    bool isGood;
+  } rows[] = {
+      {"other magic", Kind::HEARTBEAT, 0, 0x56464332, false},
+      {"no session", Kind::HEARTBEAT, 4, 0, false},
+      {"kind 0", Kind::END, 8, 0, false},
+      {"kind 5", Kind::END, 8, 5, false},
+      {"negative number", Kind::HEARTBEAT, 20, 0x80000000, false},
+      {"last sample", Kind::HEARTBEAT, 24, 72, true},
+      {"sample after the last", Kind::HEARTBEAT, 24, 73, false},
+      {"port 0", Kind::HEARTBEAT, 32, 0, false},
+      {"largest port", Kind::HEARTBEAT, 32, 65535, true},
+      {"port above 16 bits", Kind::HEARTBEAT, 32, 65536, false},
+      {"file just below 1 TiB", Kind::HEARTBEAT, 36, 0xFF, true},
+      {"file above 1 TiB", Kind::HEARTBEAT, 36, 0x100, false},
+      {"samples of 0 bytes", Kind::HEARTBEAT, 52, 0, false},
+      {"samples too long", Kind::HEARTBEAT, 52, 1409, false},
+      {"name shorter", Kind::HEARTBEAT, 56, 8, false},
+      {"name longer", Kind::HEARTBEAT, 56, 10, false},
+      {"hidden name", Kind::HEARTBEAT, 60, 0x2E6F7465, false},
+      {"other number than the bitmap", Kind::WINDOW, 24, 34, false},
+      {"failed", Kind::WINDOW, 36, 2, true},
+      {"state 3", Kind::WINDOW, 36, 3, false},
+      {"interrupted", Kind::END, 28, 0, true},
+      {"flag 2", Kind::END, 28, 2, false},
+  };
+  const std::vector<std::string> examples = Examples();
+  for (const auto& row : rows) {
+    std::string datagram = examples[static_cast<std::size_t>(row.kind) - 1];
+    for (std::size_t i = 0; i < 4; ++i)
+      datagram[row.offset + i] = static_cast<char>(row.word >> (24 - 8 * i));
+    EXPECT_EQ(Reading(datagram).isGood, row.isGood) << row.what;
+  }
+  const Header header{1, Kind::WINDOW, VORNNtpTime(), SequenceNumber()};
+  const Bitmap arrived(5, SequenceNumber(), 0);
+  EXPECT_FALSE(Reading(Written(WindowWrite, header, WindowHead(), arrived)).isGood) << "sample 0";
+}
+
 TEST(DatagramTest, NamesAreThoseOfPlainFiles) {
   for (const std::string& name :
        {std::string("a"), std::string("notes.txt"), std::string("with blank"),
@@ -234,8 +278,80 @@ TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
   }
 }
 
-// How a file of 1000 samples ends in a folder of its own. Every sample comes twice, the even one of
-// a pair first.
+TEST(SendScheduleTest, RunsOneWindowAheadOfTheSlowestThatKeepsUp) {
+  SendSchedule sender({500000, 7, 500, "f"});
+  const auto hear = [&](std::uint32_t id, int lead) {
+    sender.HeartbeatNext(1);
+    return sender.WindowApply({id, 1, {}}, Bitmap(0, SequenceNumber(lead), 0), {1, 1}, {});
+  };
+  const struct {
+    const char* what;
+    std::uint32_t id;
+    int lead;
+    std::int64_t highest;
+  } rows[] = {
+      {"the first window", 1, 1, 256}, {"a window that has moved", 1, 101, 356},
+      {"a late receiver", 2, 1, 356},  {"the first again", 1, 201, 456},
+      {"an old window", 1, 150, 456},
+  };
+  for (const auto& row : rows) {
+    EXPECT_TRUE(hear(row.id, row.lead)) << row.what;
+    while (sender.SampleNext()) {
+    }
+    EXPECT_EQ(sender.HighestGet(), row.highest) << row.what;
+  }
+}
+
+TEST(SendScheduleTest, KeepsReceiversApartAndGivesUpTheSilent) {
+  SendSchedule sender({5000, 7, 500, "f"});
+  sender.HeartbeatNext(1);
+  const auto hear = [&](std::uint32_t id, TransferState state, int second) {
+    return sender.WindowApply({id, 1, state}, Bitmap(0, SequenceNumber(1), 0), {1, 1},
+                              VORNNtpTime(second, 0));
+  };
+  for (std::uint32_t id = 1; id <= 64; ++id)
+    EXPECT_TRUE(hear(id, TransferState::RECEIVING, 0)) << id;
+  EXPECT_FALSE(hear(65, TransferState::RECEIVING, 0));
+  EXPECT_TRUE(hear(1, TransferState::FAILED, 0));
+  EXPECT_TRUE(hear(1, TransferState::RECEIVING, 0));
+  EXPECT_EQ(sender.CountIn(TransferState::FAILED), 1);
+  sender.LostPeersFind(VORNNtpTime(2, 0), VORNNtpTime(2, 0));
+  EXPECT_EQ(sender.LostCount(), 0);
+  EXPECT_TRUE(hear(2, TransferState::RECEIVING, 1));
+  sender.LostPeersFind(VORNNtpTime(3, 0), VORNNtpTime(2, 0));
+  EXPECT_EQ(sender.LostCount(), 62);
+  EXPECT_TRUE(hear(3, TransferState::RECEIVING, 3));
+  EXPECT_EQ(sender.LostCount(), 61);
+}
+
+// Of 300 samples of 500 bytes, the last one with 7, only the second has arrived.
+TEST(ReceiveWindowTest, WantsWhatIsMissingInItsProperLength) {
+  ReceiveWindow window({299 * 500 + 7, 7, 500, "f"});
+  window.SampleStored(SequenceNumber(2));
+  const struct {
+    int number;
+    int length;
+    bool isWanted;
+  } rows[] = {{0, 500, false}, {1, 499, false},  {1, 500, true},    {1, 501, false},
+              {2, 500, false}, {256, 500, true}, {257, 500, false}, {300, 7, false}};
+  for (const auto& row : rows)
+    EXPECT_EQ(window.SampleIsWanted(SequenceNumber(row.number), row.length), row.isWanted)
+        << row.number << ", " << row.length;
+  window.SampleStored(SequenceNumber(1));
+  EXPECT_EQ(window.LeadGet(), 3);
+  for (int number = 3; number <= 200; ++number)
+    window.SampleStored(SequenceNumber(number));
+  EXPECT_TRUE(window.SampleIsWanted(SequenceNumber(300), 7));
+  EXPECT_FALSE(window.SampleIsWanted(SequenceNumber(300), 500));
+  Bitmap arrived(0, SequenceNumber(), 0);
+  for (const int highest : {200, 201, 300}) {
+    window.ArrivedGet(SequenceNumber(highest), &arrived);
+    EXPECT_EQ(arrived.size, highest - 200);
+  }
+}
+
+// How a file of 1000 samples ends in a folder of its own. Samples come backwards, 127 and 256 at a
+// time: as many as may wait to be written, and then the farthest that the window takes.
 TEST(IncomingFileTest, IsWrittenWholeOrRemovedWithItsReason) {
   constexpr int ALL = 1000;
   std::string text(ALL * 10 - 3, '\0');
@@ -246,7 +362,14 @@ TEST(IncomingFileTest, IsWrittenWholeOrRemovedWithItsReason) {
   const auto silenceOf = [](const VORNNtpTime& time) {
     return [time](IncomingFile& file) { file.SilenceCheck(time, VORNNtpTime(2, 0)); };
   };
-  const auto end = [](IncomingFile& file) { file.EndNote(true, VORNNtpTime()); };
+  const auto add = [&](IncomingFile& file, int number) {
+    file.SampleAdd(SequenceNumber(number), &text[static_cast<std::size_t>(number - 1) * 10],
+                   number == ALL ? 7 : 10, VORNNtpTime());
+  };
+  const auto end = [&](IncomingFile& file) {
+    file.EndNote(true, VORNNtpTime());
+    add(file, ALL);
+  };
   const struct {
     const char* what;
     std::uint64_t checksum;
@@ -258,11 +381,12 @@ TEST(IncomingFileTest, IsWrittenWholeOrRemovedWithItsReason) {
   } rows[] = {
       {"whole", sum, nothing, ALL, TransferState::COMPLETE, ExitCode::OK, false},
       {"told", sum, silenceOf({2, 1}), ALL, TransferState::COMPLETE, ExitCode::OK, true},
+      {"told and ended", sum, end, ALL, TransferState::COMPLETE, ExitCode::OK, true},
       {"damaged", sum + 1, nothing, ALL, TransferState::FAILED, ExitCode::CHECKSUM_WRONG, false},
       {"patient", sum, silenceOf({2, 0}), ALL - 1, TransferState::RECEIVING, ExitCode::OK, false},
       {"silent", sum, silenceOf({2, 1}), ALL - 1, TransferState::FAILED, ExitCode::SENDER_SILENT,
        true},
-      {"ended", sum, end, ALL - 1, TransferState::FAILED, ExitCode::SENDER_ENDED, true},
+      {"ended too early", sum, end, ALL - 1, TransferState::FAILED, ExitCode::SENDER_ENDED, true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -271,11 +395,12 @@ TEST(IncomingFileTest, IsWrittenWholeOrRemovedWithItsReason) {
     const int folder = open(path, O_RDONLY | O_DIRECTORY);
     {
       IncomingFile file(1, {text.size(), row.checksum, 10, "f"}, 1, folder, "id", VORNNtpTime());
-      for (int i = 0; i < row.samples; ++i)
-        for (const int number : {i ^ 1, i})  // neighbours change places
-          if (number < row.samples)
-            file.SampleAdd(SequenceNumber(number + 1), &text[static_cast<std::size_t>(number) * 10],
-                           number + 1 == ALL ? 7 : 10, VORNNtpTime());
+      int first = 1;
+      for (int size = 127; first <= row.samples; size = 383 - size) {
+        for (int number = std::min(first + size - 1, row.samples); number >= first; --number)
+          add(file, number);
+        first += size;
+      }
       row.event(file);
       EXPECT_EQ(file.StateGet(), row.state);
       EXPECT_EQ(file.FailureGet() ? file.FailureGet()->code : ExitCode::OK, row.code);

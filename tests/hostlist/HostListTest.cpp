@@ -14,7 +14,9 @@ TEST(HostListTest, AFileSettlesItAndTheVariableOnlyStandsInForNone) {
   ASSERT_NE(mkdtemp(folder), nullptr);
   std::filesystem::current_path(folder);
   const std::string name = "VORN_APP_HOSTS";
-  const auto write = [&](std::size_t size) { std::ofstream(name) << std::string(size, 'h'); };
+  const auto write = [&](std::size_t size, const char* rest) {
+    std::ofstream(name) << std::string(size, 'h') << rest;
+  };
   const struct {
     const char* what;
     std::function<void()> make;
@@ -25,11 +27,12 @@ TEST(HostListTest, AFileSettlesItAndTheVariableOnlyStandsInForNone) {
   } rows[] = {
       {"neither", [] {}, nullptr, HostListSource::NOWHERE, HostListFault::NONE, 0},
       {"variable", [] {}, "a::b", HostListSource::IN_VARIABLE, HostListFault::NONE, 4},
-      {"empty file", [&] { write(0); }, "a", HostListSource::IN_FILE, HostListFault::NONE, 0},
-      {"longest file", [&] { write(4094); }, "a", HostListSource::IN_FILE, HostListFault::NONE,
-       4094},
-      {"cut file", [&] { write(4097); }, "a", HostListSource::IN_FILE, HostListFault::TOO_LONG,
-       4096},
+      {"empty file", [&] { write(0, "# none"); }, "a", HostListSource::IN_FILE, HostListFault::NONE,
+       0},
+      {"longest file", [&] { write(4094, "\n"); }, "a", HostListSource::IN_FILE,
+       HostListFault::NONE, 4094},
+      {"cut file", [&] { write(4095, " h"); }, "a", HostListSource::IN_FILE,
+       HostListFault::TOO_LONG, 4095},
       {"unreadable", [&] { std::filesystem::create_directory(name); }, "a", HostListSource::IN_FILE,
        HostListFault::CANNOT_READ, 0},
       {"a link to itself", [&] { std::filesystem::create_symlink(name, name); }, "a",
