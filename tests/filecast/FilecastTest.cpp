@@ -118,7 +118,8 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
       {"name shorter", Kind::HEARTBEAT, 56, 8, false},
       {"name longer", Kind::HEARTBEAT, 56, 10, false},
       {"hidden name", Kind::HEARTBEAT, 60, 0x2E6F7465, false},
-      {"other number than the bitmap", Kind::WINDOW, 24, 34, false},
+      {"number below the bitmap's", Kind::WINDOW, 24, 32, false},
+      {"number above the bitmap's", Kind::WINDOW, 24, 34, false},
       {"failed", Kind::WINDOW, 36, 2, true},
       {"state 3", Kind::WINDOW, 36, 3, false},
       {"interrupted", Kind::END, 28, 0, true},
@@ -134,6 +135,9 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
   const Header header{1, Kind::WINDOW, VORNNtpTime(), SequenceNumber()};
   const Bitmap arrived(5, SequenceNumber(), 0);
   EXPECT_FALSE(Reading(Written(WindowWrite, header, WindowHead(), arrived)).isGood) << "sample 0";
+  const Heartbeat longest{1, 1, {1, 0, 1, std::string(256, 'a')}};
+  const Header beat{1, Kind::HEARTBEAT, VORNNtpTime(), SequenceNumber()};
+  EXPECT_FALSE(Reading(Written(HeartbeatWrite, beat, longest)).isGood) << "name of 256 bytes";
 }
 
 TEST(DatagramTest, NamesAreThoseOfPlainFiles) {
