@@ -1,5 +1,5 @@
-#ifndef TOOLS_VORNDIAG_COMMANDS_H
-#define TOOLS_VORNDIAG_COMMANDS_H
+#ifndef VORNDIAG_COMMANDS_H
+#define VORNDIAG_COMMANDS_H
 
 #include <string>
 #include <vector>
@@ -12,17 +12,26 @@ enum ExitCode : int {
   EXIT_NOTHING = 3,  ///< there is no such queue or list
 };
 
+/// `giveMutex` and `remove` exclude each other; without both the command only looks.
 struct QueueOptions {
   int id = 0;
-  bool giveMutex = false;
-  bool remove = false;
-  bool force = false;
+  bool giveMutex = false;  ///< give back the mutex of a dead sender
+  bool remove = false;     ///< remove the queue from the host
+  bool force = false;      ///< do either also where that may harm a program that lives
 };
 
-/// The commands print to standard output and return the exit code.
+/// The commands print to standard output and return the exit code: `EXIT_TROUBLE` whenever a line
+/// says WRONG. Each is called once in a process, on its only thread.
+
+/// The library's interface table.
 ExitCode NicCommand();
+/// One queue: its objects and what is wrong with them, or one of the actions.
 ExitCode QueueCommand(const QueueOptions& options);
+/// All queues of this IPC namespace, a line for each. Takes about a second, however many there are,
+/// if something may be wrong with one of them; no time otherwise.
 ExitCode QueuesCommand();
+/// The host list of `type` ("manager", "app", "managee" or "peer"), whether it admits `addresses`
+/// (addresses or names), and which interfaces it leaves in use.
 ExitCode HostsCommand(const std::string& type, const std::vector<std::string>& addresses);
 
 #endif

@@ -1,38 +1,46 @@
-#include "Process.h"
+#include "vorndiag/Process.h"
 
+#include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <fstream>
-#include <optional>
 #include <sstream>
 
 #include <unistd.h>
 
 namespace {
 
-struct ProcessFacts {
-  std::string name;
-  char state = '?';         // as in /proc: Z is a zombie, T and t are stopped
-  std::time_t started = 0;  // since 1970; 0 when it cannot be told
-};
-
-std::time_t BootTimeGet() {
-  std::ifstream file("/proc/stat");
-  std::string word;
-  while (file >> word)
-    if (word == "btime") {
-      std::time_t time = 0;
-      file >> time;
-      return time;
-    }
-  return 0;
+// Mounted in another process namespace, /proc would tell of other processes under our numbers.
+bool ProcIsOurs() {
+  char pid[16] = {};
+  return readlink("/proc/self", pid, sizeof pid - 1) > 0 && pid == std::to_string(getpid());
 }
 
-// The name in /proc/PID/stat is in brackets and may hold anything, brackets and blanks too.
-std::optional<ProcessFacts> ProcessFactsGet(int pid) {
-  constexpr int FIELDS_BEFORE_START = 18;  // between the state and the start time
+std::time_t BootTimeGet() {
+  timespec now{};
+  timespec sinceBoot{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+  return now.tv_sec - sinceBoot.tv_sec;
+}
+
+std::optional<ProcessFacts> ProcessFactsLook(int pid) {
+  if (!ProcIsOurs())
+    return std::nullopt;
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
   std::string line;
   std::getline(file, line);
+  return ProcessFactsGet(line, BootTimeGet());
+}
+
+// Not ours to signal is also an answer: there is such a process.
+bool ProcessExists(int pid) { return kill(pid, 0) == 0 || errno != ESRCH; }
+
+}  // namespace
+
+// The name in the line is in brackets and may hold anything, brackets and blanks too.
+std::optional<ProcessFacts> ProcessFactsGet(const std::string& line, std::time_t boot) {
+  constexpr int FIELDS_BEFORE_THREADS = 16;  // between the state and the number of threads
   const std::size_t open = line.find('(');
   const std::size_t close = line.rfind(')');
   if (open == std::string::npos || close == std::string::npos || close < open)
@@ -42,41 +50,57 @@ std::optional<ProcessFacts> ProcessFactsGet(int pid) {
   std::istringstream rest(line.substr(close + 1));
   rest >> facts.state;
   std::string skipped;
-  for (int i = 0; i < FIELDS_BEFORE_START; ++i)
+  for (int i = 0; i < FIELDS_BEFORE_THREADS; ++i)
     rest >> skipped;
   std::int64_t ticks = 0;
-  const std::time_t boot = BootTimeGet();
-  if (rest >> ticks && boot != 0)
-    facts.started = boot + static_cast<std::time_t>(ticks / sysconf(_SC_CLK_TCK));
+  if (!(rest >> facts.threads >> skipped >> ticks))
+    return std::nullopt;
+  facts.started = boot + static_cast<std::time_t>(ticks / sysconf(_SC_CLK_TCK));
   return facts;
 }
 
-ProcessState StateOf(const std::optional<ProcessFacts>& facts, std::time_t time) {
-  // Both times are rounded to seconds. Younger than what it did: its number was used before.
+ProcessState ProcessStateGet(bool exists, const std::optional<ProcessFacts>& facts,
+                             std::time_t time) {
+  // `time` is cut to whole seconds, and so are both parts of the start.
   constexpr std::time_t ROUNDING = 2;
-  if (!facts || facts->state == 'Z' || facts->state == 'X' ||
-      (time != 0 && facts->started > time + ROUNDING))
+  if (!exists)
+    return ProcessState::GONE;
+  if (!facts)
+    return ProcessState::UNKNOWN;
+  // A process whose first thread has ended is shown as a zombie while its other threads go on.
+  if ((facts->state == 'Z' || facts->state == 'X') && facts->threads <= 1)
+    return ProcessState::GONE;
+  if (time != 0 && facts->started > time + ROUNDING)
     return ProcessState::GONE;
   return facts->state == 'T' || facts->state == 't' ? ProcessState::STOPPED : ProcessState::ALIVE;
 }
 
-}  // namespace
-
-ProcessState ProcessStateGet(int pid, std::time_t time) {
-  return pid > 0 ? StateOf(ProcessFactsGet(pid), time) : ProcessState::UNKNOWN;
+Process ProcessLook(int pid, std::time_t time) {
+  Process process;
+  process.pid = pid;
+  if (pid <= 0)
+    return process;
+  const bool exists = ProcessExists(pid);
+  const std::optional<ProcessFacts> facts = exists ? ProcessFactsLook(pid) : std::nullopt;
+  process.state = ProcessStateGet(exists, facts, time);
+  if (process.state != ProcessState::GONE && facts)
+    process.name = facts->name;
+  return process;
 }
 
-std::string ProcessText(int pid, std::time_t time) {
-  if (pid <= 0)
-    return "a process that cannot be seen from here";
-  const std::optional<ProcessFacts> facts = ProcessFactsGet(pid);
-  const std::string text = "pid " + std::to_string(pid);
-  switch (StateOf(facts, time)) {
+std::string ProcessText(const Process& process) {
+  if (process.pid <= 0)
+    return "a process of another process namespace";
+  const std::string text = "pid " + std::to_string(process.pid);
+  switch (process.state) {
+  case ProcessState::UNKNOWN:
+    return text + ", which /proc does not show here";
   case ProcessState::GONE:
     return text + ", gone";
   case ProcessState::STOPPED:
-    return text + " (" + facts->name + "), stopped";
-  default:
-    return text + " (" + facts->name + ")";
+    return text + " (" + process.name + "), stopped";
+  case ProcessState::ALIVE:
+    break;
   }
+  return text + " (" + process.name + ")";
 }

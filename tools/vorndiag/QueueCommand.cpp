@@ -1,8 +1,6 @@
-#include "Commands.h"
-#include "Process.h"
-#include "QueueActions.h"
-#include "QueueState.h"
-#include "QueueVerdict.h"
+#include "vorndiag/Commands.h"
+#include "vorndiag/QueueActions.h"
+#include "vorndiag/QueueWatch.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -27,47 +25,57 @@ std::string UserText(uid_t user) {
   return entry != nullptr ? entry->pw_name : std::to_string(user);
 }
 
-void RingPrint(const SegmentState& segment) {
-  std::printf("  ring       %d bytes: write offset %" PRId32 ", read offset %" PRId32
-              ", %d used, %d free\n",
-              segment.capacity, segment.writeOffset, segment.readOffset, segment.used,
-              segment.capacity - 1 - segment.used);
-  if (segment.walk == Walk::MOVING)
-    std::printf("  messages   the receiver takes them faster than they can be counted\n");
-  else if (segment.walk == Walk::WHOLE && segment.messages == 0)
-    std::printf("  messages   none waiting\n");
-  else if (segment.walk == Walk::WHOLE)
-    std::printf("  messages   %d waiting, the longest has %d bytes\n", segment.messages,
-                segment.longest);
-  else if (segment.walk == Walk::DAMAGED)
+void MessagesPrint(const SegmentLook& segment) {
+  const RingMessages& messages = segment.messages;
+  if (segment.isMoving)
+    std::printf("  messages   they are received faster than they can be counted\n");
+  else if (messages.isDamaged)
     std::printf("  messages   %d good ones, then at ring offset %d a length of %" PRId32 "\n",
-                segment.messages, segment.damageOffset, segment.damageLength);
+                messages.count, messages.damageOffset, messages.damageLength);
+  else if (messages.count == 0)
+    std::printf("  messages   none waiting\n");
+  else
+    std::printf("  messages   %d waiting, the longest has %d bytes\n", messages.count,
+                messages.longest);
 }
 
-void SegmentPrint(const SegmentState& segment) {
+void RingPrint(const SegmentLook& segment) {
+  std::printf("  ring       %d bytes: ", segment.capacity);
+  if (!segment.offsets) {
+    std::printf("an offset lies outside of it\n");
+    return;
+  }
+  std::printf("write offset %d, read offset %d, %d used, %d free\n", segment.offsets->write,
+              segment.offsets->read, RingUsedGet(*segment.offsets, segment.capacity),
+              RingFreeGet(*segment.offsets, segment.capacity));
+  MessagesPrint(segment);
+}
+
+void SegmentPrint(const SegmentLook& segment) {
   std::printf("  segment    key 0x%08" PRIx32, segment.key);
   if (!segment.Exists()) {
     std::printf(": none\n");
     return;
   }
-  const shmid_ds& kernel = segment.kernel;
   if (segment.error != 0) {
     std::printf(", id %d: %s\n", segment.id, std::strerror(segment.error));
     return;
   }
+  const shmid_ds& kernel = segment.kernel;
   std::printf(", id %d, %zu bytes, owner %s, mode %04o\n", segment.id,
               static_cast<std::size_t>(kernel.shm_segsz), UserText(kernel.shm_perm.uid).c_str(),
               static_cast<unsigned int>(kernel.shm_perm.mode & 07777));
   std::printf("             made by %s, %lu attached, last attach %s\n",
-              ProcessText(kernel.shm_cpid, kernel.shm_ctime).c_str(),
-              static_cast<unsigned long>(kernel.shm_nattch), TimeText(kernel.shm_atime).c_str());
+              ProcessText(segment.maker).c_str(), static_cast<unsigned long>(kernel.shm_nattch),
+              TimeText(kernel.shm_atime).c_str());
+  const char* fault = SegmentFaultText(segment.fault);
   std::printf("  length     %" PRIu32 ": %s\n", segment.length,
-              segment.capacity == 0 ? segment.problem : "fits the segment");
-  if (segment.capacity > 0)
+              fault != nullptr ? fault : "fits the segment");
+  if (fault == nullptr)
     RingPrint(segment);
 }
 
-void SetPrint(const char* what, const SetState& set) {
+void SetPrint(const char* what, const SetLook& set) {
   std::printf("  %-10s key 0x%08" PRIx32, what, set.key);
   if (!set.Exists())
     std::printf(": none\n");
@@ -75,29 +83,34 @@ void SetPrint(const char* what, const SetState& set) {
     std::printf(", id %d: %s\n", set.id, std::strerror(set.error));
   else
     std::printf(", id %d, value %d, %d waiting; last %s by %s at %s\n", set.id, set.value,
-                set.waiting, set.WasTaken() ? "taken" : "set",
-                ProcessText(set.pid, set.LastTime()).c_str(), TimeText(set.LastTime()).c_str());
+                set.waiting, set.IsTaken() ? "taken" : "set", ProcessText(set.process).c_str(),
+                TimeText(set.LastTime()).c_str());
+}
+
+ExitCode VerdictPrint(const Verdict& verdict) {
+  for (const std::string& line : verdict.lines)
+    std::printf("%s%s\n", verdict.isTrouble ? "WRONG: " : "", line.c_str());
+  return verdict.isTrouble ? EXIT_TROUBLE : EXIT_FINE;
 }
 
 }  // namespace
 
 ExitCode QueueCommand(const QueueOptions& options) {
-  const QueueState state = QueueLook(options.id);
-  if (!state.AnyExists()) {
+  std::vector<QueueWatch> watches{QueueWatchBegin(options.id)};
+  const QueueWatch& watch = watches.front();
+  if (!watch.before.AnyExists()) {
     std::printf("there is no queue %d in this IPC namespace (key 0x%08" PRIx32 ")\n", options.id,
-                state.segment.key);
+                watch.before.segment.key);
     return EXIT_NOTHING;
   }
-  if (options.giveMutex)
-    return MutexGiveBack(state, options.force);
   if (options.remove)
-    return QueueRemove(state);
+    return QueueRemove(watch.before, options.force);
+  QueuesWatch(&watches);
+  if (options.giveMutex)
+    return MutexGiveBack(watch, options.force);
   std::printf("queue %d\n", options.id);
-  SegmentPrint(state.segment);
-  SetPrint("semaphore", state.semaphore);
-  SetPrint("mutex", state.mutex);
-  const Verdict verdict = VerdictGet(options.id, state);
-  for (const std::string& line : verdict.lines)
-    std::printf("%s%s\n", verdict.isTrouble ? "WRONG: " : "", line.c_str());
-  return verdict.isTrouble ? EXIT_TROUBLE : EXIT_FINE;
+  SegmentPrint(watch.after.segment);
+  SetPrint("semaphore", watch.after.semaphore);
+  SetPrint("mutex", watch.after.mutex);
+  return VerdictPrint(VerdictGet(watch));
 }

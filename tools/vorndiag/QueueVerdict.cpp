@@ -1,100 +1,123 @@
-#include "QueueVerdict.h"
-
-#include "Process.h"
+#include "vorndiag/QueueVerdict.h"
 
 #include <cstring>
-#include <ctime>
 
 namespace {
 
+const std::string REMOVE = " --remove";
 const std::string GIVE = " --give-mutex";
-constexpr int WATCH_LOOKS = 10;
-constexpr long WATCH_PAUSE_NANOSECONDS = 100000000;
+const std::string FORCE = " --force";
 
-void WatchPause() {
-  const timespec pause{0, WATCH_PAUSE_NANOSECONDS};
-  nanosleep(&pause, nullptr);
+std::string SetForeignText(const char* what, const SetLook& set) {
+  if (!set.Exists() || set.error != 0 || set.semaphores == 1)
+    return "";
+  return std::string("the ") + what + "'s key has a set of " + std::to_string(set.semaphores) +
+         " semaphores";
 }
 
-bool IsSameHold(const SetState& a, const SetState& b) {
-  return b.id == a.id && b.value == 0 && b.pid == a.pid && b.taken == a.taken;
+bool IsDamaged(const SegmentLook& before, const SegmentLook& after) {
+  return before.messages.isDamaged && after.messages.isDamaged &&
+         before.offsets->read == after.offsets->read &&
+         before.messages.damageOffset == after.messages.damageOffset;
 }
 
-bool ReceiverSleepsBesideMessages(const QueueState& state) {
-  return state.segment.messages > 0 && state.semaphore.waiting > 0 && state.semaphore.value == 0;
+bool ReceiverSleepsBesideMessages(const QueueLook& look) {
+  return look.segment.messages.count > 0 && look.semaphore.waiting > 0 && look.semaphore.value == 0;
 }
 
-// Whether messages are taken, as seen within a second.
-bool ReceiverMoves(int id, const SegmentState& before) {
-  for (int i = 0; i < WATCH_LOOKS; ++i) {
-    WatchPause();
-    const SegmentState now = QueueLook(id).segment;
-    if (now.readOffset != before.readOffset || now.id != before.id)
-      return true;
-  }
-  return false;
+// For another message like the longest that is in it.
+bool IsFull(const SegmentLook& segment) {
+  return segment.offsets && segment.messages.count > 0 &&
+         !MessageFits(RingFreeGet(*segment.offsets, segment.capacity), segment.messages.longest);
+}
+
+bool HasWhole(const SegmentLook& segment) {
+  return segment.messages.count > 0 && !segment.messages.isDamaged;
 }
 
 /// Collects the lines about one queue.
 class Judge {
 public:
-  Judge(int id, const QueueState& state) : _id(std::to_string(id)), _state(state) {}
+  Judge(int id, const QueueLook& before, const QueueLook& after)
+      : _id(std::to_string(id)), _before(before), _after(after) {}
   Verdict Get();
 
 private:
-  void Trouble(const std::string& line);
-  void Note(const std::string& line) { _verdict.lines.push_back(line); }
-  std::string Advice(const std::string& option) const {
-    return "`vorndiag queue " + _id + option + "`";
+  void Trouble(const std::string& line) { _troubles.push_back(line); }
+  void Note(const std::string& line) { _notes.push_back(line); }
+  std::string Advice(const std::string& options) const {
+    return "`vorndiag queue " + _id + options + "`";
   }
+  bool IsTheSame() const;
   void LeftOversJudge();
+  void QueueJudge();
   void SegmentJudge();
+  void SetsJudge();
   void MutexJudge();
   void ReceiverJudge();
   void ProgressJudge();
 
   std::string _id;
-  const QueueState& _state;
-  Verdict _verdict;
+  const QueueLook& _before;
+  const QueueLook& _after;
+  std::vector<std::string> _troubles;
+  std::vector<std::string> _notes;
 };
 
-void Judge::Trouble(const std::string& line) {
-  _verdict.isTrouble = true;
-  _verdict.lines.push_back(line);
+bool Judge::IsTheSame() const {
+  return _before.segment.id == _after.segment.id && _before.semaphore.id == _after.semaphore.id &&
+         _before.mutex.id == _after.mutex.id;
 }
 
 void Judge::LeftOversJudge() {
-  const SetState& mutex = _state.mutex;
-  if (mutex.Exists() && mutex.value == 0)
+  const SetLook& mutex = _after.mutex;
+  if (mutex.Exists() && mutex.error == 0 && mutex.value == 0)
     Trouble("the segment is gone but a taken mutex is left: whoever makes queue " + _id +
-            " waits for it; remove it with " + Advice(" --remove"));
+            " waits for it; remove it with " + Advice(REMOVE));
   else
     Note("semaphore or mutex are left without a segment; the next queue " + _id +
-         " uses them, or remove them with " + Advice(" --remove"));
+         " uses them, or remove them with " + Advice(REMOVE));
 }
 
 void Judge::SegmentJudge() {
-  const SegmentState& segment = _state.segment;
-  const std::string cure = "; stop its users, then " + Advice(" --remove");
+  const SegmentLook& segment = _after.segment;
+  const std::string cure = "; stop its users, then " + Advice(REMOVE);
   if (segment.error != 0)
-    Trouble(std::string("the segment cannot be looked at: ") + std::strerror(segment.error));
-  else if (segment.problem != nullptr)
-    Trouble(std::string("the header is damaged: ") + segment.problem + cure);
-  else if (segment.walk == Walk::DAMAGED)
-    Trouble("the messages are damaged at ring offset " + std::to_string(segment.damageOffset) +
-            ": a receiver was killed while it took one, or something else wrote there" + cure);
-  if (segment.error == 0 && segment.kernel.shm_nattch == 0)
-    Trouble("nobody is attached: its users have ended without removing it; " + Advice(" --remove") +
+    return Trouble(std::string("the segment cannot be looked at: ") + std::strerror(segment.error));
+  if (!_before.segment.offsets && !segment.offsets)
+    Trouble("the header is damaged: an offset lies outside the ring" + cure);
+  if (IsDamaged(_before.segment, segment))
+    Trouble("the messages are damaged at ring offset " +
+            std::to_string(segment.messages.damageOffset) +
+            ": a receiver was killed in the middle of one, or something else wrote there" + cure);
+  if (segment.kernel.shm_nattch == 0)
+    Trouble("nobody is attached: its users have ended without removing it; " + Advice(REMOVE) +
             " does");
 }
 
-void Judge::MutexJudge() {
-  const SetState& mutex = _state.mutex;
-  const std::string who = ProcessText(mutex.pid, mutex.taken);
-  const std::string give = Advice(GIVE);
+void Judge::SetsJudge() {
+  const SetLook& mutex = _after.mutex;
+  const SetLook& semaphore = _after.semaphore;
+  const std::string receiver = "the receiver fails when the queue is empty; start it again";
+  if (!mutex.Exists() && !semaphore.Exists())
+    return Trouble("semaphore and mutex are missing: the next sender that opens the queue makes "
+                   "them; " +
+                   receiver);
   if (!mutex.Exists())
     Trouble("the mutex is missing: the next sender that opens the queue makes one");
-  switch (MutexWatch(mutex)) {
+  if (!semaphore.Exists())
+    Trouble("the semaphore is missing: " + receiver);
+  if (mutex.error != 0)
+    Trouble(std::string("the mutex cannot be looked at: ") + std::strerror(mutex.error));
+  if (semaphore.error != 0)
+    Trouble(std::string("the semaphore cannot be looked at: ") + std::strerror(semaphore.error));
+}
+
+void Judge::MutexJudge() {
+  const std::string who = ProcessText(_after.mutex.process);
+  const std::string give = Advice(GIVE);
+  const std::string force = Advice(GIVE + FORCE);
+  switch (MutexHoldGet(_before.mutex, _after.mutex)) {
   case MutexHold::FREE:
   case MutexHold::BUSY:
     return;
@@ -105,83 +128,119 @@ void Judge::MutexJudge() {
                    ": let it go on (kill -CONT), or end it and give the mutex back with " + give);
   case MutexHold::HELD:
     return Trouble("the mutex has been held for a second by " + who +
-                   ", which lives: find out what it does; if it is not sending, " +
-                   Advice(GIVE + " --force"));
+                   ", which lives: find out what it does; if it is not sending, " + force);
   case MutexHold::UNSEEN:
     return Trouble("the mutex has been held for a second by " + who +
-                   ": look from its process namespace; if it is gone, " +
-                   Advice(GIVE + " --force"));
+                   ": look as root in its process namespace; if it is gone, " + force);
+  case MutexHold::UNTAKEN:
+    return Trouble(
+        "the mutex is at 0, but no sender took it last: it never got its first value, or "
+        "another program set it; if nobody sends, " +
+        force);
   }
 }
 
 void Judge::ReceiverJudge() {
-  const SetState& semaphore = _state.semaphore;
-  if (!semaphore.Exists())
-    return Trouble("the semaphore is missing: the receiver fails when the queue is empty; "
-                   "start it again");
-  if (semaphore.waiting > 1)
+  if (_before.semaphore.waiting > 1 && _after.semaphore.waiting > 1)
     Trouble("more than one receiver waits: a queue has one, others damage it");
-  if (!ReceiverSleepsBesideMessages(_state))
-    return;
-  WatchPause();
-  if (ReceiverSleepsBesideMessages(QueueLook(std::stoi(_id))))
-    Trouble("the receiver sleeps beside messages: a sender died before it could wake it; the next "
-            "message does, or " +
-            Advice(GIVE));
 }
 
+// One line for one cause: nobody receives where nobody is attached.
 void Judge::ProgressJudge() {
-  constexpr int LENGTH_SIZE = 4;
-  const SegmentState& segment = _state.segment;
-  if (segment.messages == 0 || segment.walk != Walk::WHOLE)
+  const SegmentLook& before = _before.segment;
+  const SegmentLook& segment = _after.segment;
+  if (segment.kernel.shm_nattch == 0 || !HasWhole(before) || !HasWhole(segment))
     return;
-  const bool isFull = segment.capacity - 1 - segment.used < segment.longest + LENGTH_SIZE;
-  if (ReceiverMoves(std::stoi(_id), segment)) {
-    if (isFull)
-      Note("the queue was full for a moment: the receiver is slower than its senders");
+  if (ReceiverSleepsBesideMessages(_before) && ReceiverSleepsBesideMessages(_after))
+    return Trouble("the receiver sleeps beside messages: a sender died before it could wake it; "
+                   "the next message does, or " +
+                   Advice(GIVE));
+  if (before.offsets->read != segment.offsets->read)
     return;
-  }
-  Trouble((isFull ? std::string("the queue is full")
-                  : std::to_string(segment.messages) + " messages wait and none was taken in a "
-                                                       "second") +
+  Trouble((IsFull(segment) ? std::string("the queue is full")
+                           : std::to_string(segment.messages.count) +
+                                 " messages wait and none was received in a second") +
           ": the receiver is too slow, stopped or gone; the queue was made by " +
-          ProcessText(segment.kernel.shm_cpid, segment.kernel.shm_ctime));
+          ProcessText(segment.maker));
+}
+
+void Judge::QueueJudge() {
+  SegmentJudge();
+  SetsJudge();
+  MutexJudge();
+  ReceiverJudge();
+  if (_after.segment.error == 0)
+    ProgressJudge();
+  if (IsFull(_before.segment))
+    Note("the queue was full for a moment: the receiver is slower than its senders");
+  else
+    Note(_after.semaphore.waiting > 0 ? "nothing wrong: the receiver waits for messages"
+                                      : "nothing wrong, and no receiver waits just now");
 }
 
 Verdict Judge::Get() {
-  if (!_state.segment.Exists()) {
+  const std::string foreign = ForeignTextGet(_after);
+  if (!_after.AnyExists())
+    Note("the queue has just been removed");
+  else if (!IsTheSame())
+    Note("the queue is being made or removed: look again");
+  else if (!foreign.empty() && foreign == ForeignTextGet(_before))
+    Trouble(foreign + ": another program uses the key, or it was overwritten; use another id, or " +
+            Advice(REMOVE + FORCE));
+  else if (!_after.segment.Exists())
     LeftOversJudge();
-    return _verdict;
-  }
-  SegmentJudge();
-  MutexJudge();
-  ReceiverJudge();
-  ProgressJudge();
-  if (_verdict.lines.empty())
-    Note(_state.semaphore.waiting > 0 ? "nothing wrong: the receiver waits for messages"
-                                      : "nothing wrong, and no receiver waits just now");
-  return _verdict;
+  else
+    QueueJudge();
+  Verdict verdict;
+  verdict.isTrouble = !_troubles.empty();
+  verdict.lines = verdict.isTrouble ? _troubles : _notes;
+  return verdict;
 }
 
 }  // namespace
 
-MutexHold MutexWatch(const SetState& mutex) {
-  if (!mutex.Exists() || mutex.value != 0 || mutex.error != 0)
+const char* SegmentFaultText(SegmentFault fault) {
+  switch (fault) {
+  case SegmentFault::NONE:
+    break;
+  case SegmentFault::SEGMENT_TOO_SMALL:
+    return "too small for a queue";
+  case SegmentFault::LENGTH_BEYOND_SEGMENT:
+    return "its length word says more than it has";
+  case SegmentFault::LENGTH_OF_NO_QUEUE:
+    return "its length word says what no queue has";
+  }
+  return nullptr;
+}
+
+std::string ForeignTextGet(const QueueLook& look) {
+  if (const char* fault = SegmentFaultText(look.segment.fault); fault != nullptr)
+    return std::string("the segment is no queue's: ") + fault;
+  const std::string semaphore = SetForeignText("semaphore", look.semaphore);
+  return semaphore.empty() ? SetForeignText("mutex", look.mutex) : semaphore;
+}
+
+MutexHold MutexHoldGet(const SetLook& before, const SetLook& after) {
+  if (!after.Exists() || after.error != 0 || after.value != 0)
     return MutexHold::FREE;
-  for (int i = 0;; ++i) {
-    const ProcessState holder = ProcessStateGet(mutex.pid, mutex.taken);
-    // After that: one that has ended may have given it back first.
-    const SetState now = SetLook(mutex.key);
-    if (!IsSameHold(mutex, now))
-      return now.value != 0 ? MutexHold::FREE : MutexHold::BUSY;
-    if (holder == ProcessState::GONE)
-      return MutexHold::DEAD;
-    if (holder == ProcessState::STOPPED)
-      return MutexHold::STOPPED;
-    if (i == WATCH_LOOKS)
-      return holder == ProcessState::UNKNOWN ? MutexHold::UNSEEN : MutexHold::HELD;
-    WatchPause();
+  // The look made sure that it is still this one's: no second look is needed.
+  if (after.IsTaken() && after.process.state == ProcessState::GONE)
+    return MutexHold::DEAD;
+  if (before.id != after.id || before.value != 0 || before.process.pid != after.process.pid ||
+      before.taken != after.taken || before.set != after.set)
+    return MutexHold::BUSY;
+  if (!after.IsTaken())
+    return MutexHold::UNTAKEN;
+  switch (after.process.state) {
+  case ProcessState::STOPPED:
+    return MutexHold::STOPPED;
+  case ProcessState::UNKNOWN:
+    return MutexHold::UNSEEN;
+  default:
+    return MutexHold::HELD;
   }
 }
 
-Verdict VerdictGet(int id, const QueueState& state) { return Judge(id, state).Get(); }
+Verdict VerdictGet(int id, const QueueLook& before, const QueueLook& after) {
+  return Judge(id, before, after).Get();
+}

@@ -1,5 +1,5 @@
-#include "Commands.h"
 #include "utils/VORNUtilsDiag.h"
+#include "vorndiag/Commands.h"
 
 #include <CLI/CLI.hpp>
 
@@ -20,18 +20,23 @@ void CommandsDescribe(CLI::App* app, Arguments* arguments) {
   app->add_option("-v,--verbosity", arguments->verbosity, "how much the library itself prints")
       ->capture_default_str();
   app->add_subcommand("nic", "Shows the interfaces as the library sees them.");
-  app->add_subcommand("queues", "Lists the message queues with ids from 0 to 32767.");
+  app->add_subcommand(
+      "queues", "Lists the message queues of this IPC namespace. Farther from 0 than 32768, an id "
+                "is listed if two of its three objects look like a queue's.");
 
   CLI::App* queue = app->add_subcommand("queue", "Looks at one message queue, changing nothing.");
   queue->add_option("id", arguments->queue.id, "queue id")->required();
   CLI::Option* give = queue->add_flag("--give-mutex", arguments->queue.giveMutex,
                                       "give back the mutex of a dead sender");
-  queue->add_flag("--force", arguments->queue.force, "give it back although its holder may live")
-      ->needs(give);
-  queue
-      ->add_flag("--remove", arguments->queue.remove,
-                 "remove the queue, in use or not, from the host")
-      ->excludes(give);
+  CLI::Option* remove = queue->add_flag("--remove", arguments->queue.remove,
+                                        "remove the queue, in use or not, from the host");
+  remove->excludes(give);
+  queue->add_flag("--force", arguments->queue.force,
+                  "do so although the holder may live or the objects may be another program's");
+  queue->callback([arguments] {
+    if (arguments->queue.force && !arguments->queue.giveMutex && !arguments->queue.remove)
+      throw CLI::RequiresError("--force", "--give-mutex or --remove");
+  });
 
   CLI::App* hosts = app->add_subcommand("hosts", "Shows a host list and whom it admits.");
   hosts->add_option("type", arguments->type, "manager, app, managee or peer")
