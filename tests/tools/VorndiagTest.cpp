@@ -1,5 +1,6 @@
 #include "ipc/IpcHost.h"
 #include "ipc/internal/QueueLayout.h"
+#include "support/Namespace.h"
 
 #include <regex>
 
@@ -156,4 +157,21 @@ TEST_F(Vorndiag, RemoveLeavesNothingAndWrongOptionsDoNothing) {
   EXPECT_EQ(ValueGet(queue._semaphoreId), -1);
   for (const char* none : {"queue 7", "queue 7 --remove", "queue 7 --give-mutex"})
     EXPECT_EQ(DiagRun(none).code, 3) << none;
+}
+
+TEST(VorndiagNic, DefaultTableAndTableWithoutMulticastAreTrouble) {
+  NamespaceRun([] {
+    const Outcome standIn = DiagRun("nic");
+    EXPECT_EQ(standIn.code, 1);
+    EXPECT_TRUE(standIn.Says("WRONG: this is not what the host has")) << standIn.text;
+    ::Run("ip link set lo up");
+    const Outcome loopback = DiagRun("nic");
+    EXPECT_EQ(loopback.code, 1);
+    EXPECT_TRUE(loopback.Says("WRONG: no interface can multicast")) << loopback.text;
+    ::Run("ip link add v0 type veth peer name v1; ip addr add 10.77.1.1/24 dev v0; ip link set v0 "
+          "up");
+    const Outcome veth = DiagRun("nic");
+    EXPECT_EQ(veth.code, 0) << veth.text;
+    EXPECT_TRUE(veth.Says("10.77.1.1       up   broadcast -        multicast")) << veth.text;
+  });
 }

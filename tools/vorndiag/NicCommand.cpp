@@ -1,6 +1,6 @@
-#include "Commands.h"
 #include "net/VORNDGram.h"
 #include "net/miscIPUtils.h"
+#include "vorndiag/Commands.h"
 
 #include <cstdio>
 
@@ -17,6 +17,31 @@ void InterfacePrint(const VORNNICProperties& nic) {
                                              : "not used for multicast");
 }
 
+// The table that the library falls back on. No host has it: its loopback interface can broadcast.
+// Its first address is not compared, since a name can resolve to another one each time.
+bool TableIsDefault() {
+  VORNNICProperties standIn[2] = {};
+  int count = 0;
+  if (VORN_NIC_COUNT != 2 || NicDefaultGet(standIn, &count) == 0)
+    return false;
+  return VORN_NIC[0].flags == standIn[0].flags && VORN_NIC[1].flags == standIn[1].flags &&
+         VORN_NIC[1].address == standIn[1].address;
+}
+
+// Returns whether something is wrong with the table.
+bool TroublePrint() {
+  if (TableIsDefault()) {
+    std::printf("WRONG: this is not what the host has: no interface with an address could be read, "
+                "and the default stands in for the table\n");
+    return true;
+  }
+  if (VORNDGramClass::NICIsMulticastSupported() != 0)
+    return false;
+  std::printf(
+      "WRONG: no interface can multicast: nothing can be sent to or received from groups\n");
+  return true;
+}
+
 }  // namespace
 
 ExitCode NicCommand() {
@@ -29,10 +54,7 @@ ExitCode NicCommand() {
   if (VORN_NIC_COUNT == VORN_NIC_CAPACITY)
     std::printf("%d interfaces: if there are more, the library does not see them\n",
                 VORN_NIC_COUNT);
-  const bool canMulticast = VORNDGramClass::NICIsMulticastSupported() != 0;
-  if (!canMulticast)
-    std::printf("WRONG: no interface can multicast: nothing can be sent to or received from "
-                "groups\n");
+  const bool isTrouble = TroublePrint();
   VORNDGramClass::NICDestroy();
-  return canMulticast ? EXIT_FINE : EXIT_TROUBLE;
+  return isTrouble ? EXIT_TROUBLE : EXIT_FINE;
 }
