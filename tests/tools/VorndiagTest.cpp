@@ -175,3 +175,31 @@ TEST(VorndiagNic, DefaultTableAndTableWithoutMulticastAreTrouble) {
     EXPECT_TRUE(veth.Says("10.77.1.1       up   broadcast -        multicast")) << veth.text;
   });
 }
+
+TEST(VorndiagHosts, TroubleInTheListOrARefusalEndsWithOne) {
+  struct Row {
+    const char* setup;  // of the shell, in a folder of its own
+    const char* address;
+    int code;
+    const char* says;
+  };
+  const Row rows[] = {
+      {":", "10.1.2.3", 3, "no list"},
+      {"echo '10.1.0.0/ffff0000 # lab' >$F", "10.1.2.3", 0, "10.1.2.3: admitted"},
+      {"echo 10.1.0.0/ffff0000 >$F", "10.2.2.3", 1, "10.2.2.3: REFUSED"},
+      {"echo 10.1.0.0/16 >$F", "", 1, "WRONG: a mask is 8"},
+      {"echo 10.1.300.1 >$F", "", 1, "WRONG: is not written"},
+      {"printf '10.1.2.3\\r\\n' >$F", "10.1.2.3", 1, "10.1.2.3\\x0d"},
+      {"export $F=10.1.2.3:10.1.2.3", "10.1.2.3", 0, "from environment variable"},
+      {"export $F=10.1.2.3; echo '#' >$F", "10.2.2.3", 0, "an empty list admits everybody"},
+      {"export $F=10.1.2.3; ln -s $F $F", "10.1.2.3", 1, "HOSTS cannot be opened"},
+      {"export $F=10.1.2.3; mkdir $F", "10.1.2.3", 1, "HOSTS cannot be read"},
+  };
+  for (const Row& row : rows) {
+    const Outcome outcome =
+        DiagRun(std::string("hosts peer ") + row.address + "; C=$?; rm -r $D; exit $C",
+                std::string("D=$(mktemp -d); cd $D; F=VORN_PEER_HOSTS; ") + row.setup + "; ");
+    EXPECT_EQ(outcome.code, row.code) << row.setup << "\n" << outcome.text;
+    EXPECT_TRUE(outcome.Says(row.says)) << row.setup << "\n" << outcome.text;
+  }
+}
