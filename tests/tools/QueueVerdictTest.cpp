@@ -115,7 +115,7 @@ const TroubleRow TROUBLES[] = {
     {[](Look& q) { NotWoken(q); }, "sleeps beside messages", "7 --give-mutex`"},
     {[](Look& q) { Fill(q, 1); }, "1 messages wait and none was received", "made by"},
     {Full, "the queue is full", "made by"},
-    {[](Look& q) { Foreign(q); }, "no queue's: too small", "7 --remove --force`"},
+    {[](Look& q) { Foreign(q); }, "no queue's (too small", "7 --remove --force`"},
     {[](Look& q) { MutexLeft(q); }, "gone but a taken mutex is left", "7 --remove`"},
 };
 

@@ -22,7 +22,7 @@ bool Report(bool done, const char* what, int id) {
 bool ForeignRefuse(const QueueLook& look, const char* refusal) {
   const std::string foreign = ForeignTextGet(look);
   if (!foreign.empty())
-    std::printf("%s: %s, another program may use it; --force does it all the same\n", refusal,
+    std::printf("%s: %s; another program may use it, --force does it all the same\n", refusal,
                 foreign.c_str());
   return !foreign.empty();
 }

@@ -215,7 +215,7 @@ const char* SegmentFaultText(SegmentFault fault) {
 
 std::string ForeignTextGet(const QueueLook& look) {
   if (const char* fault = SegmentFaultText(look.segment.fault); fault != nullptr)
-    return std::string("the segment is no queue's: ") + fault;
+    return std::string("the segment is no queue's (") + fault + ")";
   const std::string semaphore = SetForeignText("semaphore", look.semaphore);
   return semaphore.empty() ? SetForeignText("mutex", look.mutex) : semaphore;
 }

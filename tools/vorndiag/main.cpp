@@ -21,8 +21,9 @@ void CommandsDescribe(CLI::App* app, Arguments* arguments) {
       ->capture_default_str();
   app->add_subcommand("nic", "Shows the interfaces as the library sees them.");
   app->add_subcommand(
-      "queues", "Lists the message queues of this IPC namespace. Farther from 0 than 32768, an id "
-                "is listed if two of its three objects look like a queue's.");
+      "queues",
+      "Lists the message queues of this IPC namespace: ids from -32768 to 32767 if one of "
+      "their three objects exists, others if two exist and look like a queue's.");
 
   CLI::App* queue = app->add_subcommand("queue", "Looks at one message queue, changing nothing.");
   queue->add_option("id", arguments->queue.id, "queue id")->required();
