@@ -83,7 +83,7 @@ Process ProcessLook(int pid, std::time_t time) {
   const bool exists = ProcessExists(pid);
   const std::optional<ProcessFacts> facts = exists ? ProcessFactsLook(pid) : std::nullopt;
   process.state = ProcessStateGet(exists, facts, time);
-  if (process.state != ProcessState::GONE && facts)
+  if (facts)
     process.name = facts->name;
   return process;
 }

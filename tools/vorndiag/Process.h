@@ -20,7 +20,7 @@ enum class ProcessState {
 struct Process {
   int pid = 0;
   ProcessState state = ProcessState::UNKNOWN;
-  std::string name;  ///< empty for one that is gone or unknown
+  std::string name;  ///< empty where /proc does not show it
 };
 
 /// Looks at `pid` (0 or less: unknown), which did something at `time` (seconds since 1970; 0: never
