@@ -207,8 +207,9 @@ TEST(QueueList, CandidatesAreNearIdsAndFarOnesWithTwoObjects) {
   // -0x54430000 is the base; the far ids are 40000, 50000 and, for the mutex's key, 60000.
   std::istringstream segments("  key  shmid perms size\n-1413677056 0 664\n0 5 600\n"
                               "-1413597056 1 664\n-1413557055 7 600\n");
-  std::istringstream sets("key semid perms nsems\n-1413677066 0 664 1\n-1413597056 3 664 1\n"
-                          "-1413577056 9 600 1\n-1413557055 2 600 1\n-1413611523 1 664 1\n");
+  std::istringstream sets(
+      "key semid perms nsems\n-1413677066 0 664 1\n-1413597056 3 664 1\n"
+      "-1413577056 9 600 1\n0 6 600 1\n-1413557055 2 600 1\n-1413611523 1 664 1\n");
   EXPECT_EQ(CandidatesGet(KeysGet(&segments), KeysGet(&sets)),
             (std::set<int>{-5, 0, 32766, 40000}));
 }

@@ -1,6 +1,7 @@
 #include "ipc/IpcHost.h"
 #include "ipc/internal/QueueLayout.h"
 #include "support/Namespace.h"
+#include "vorndiag/QueueWatch.h"
 
 #include <regex>
 
@@ -11,6 +12,7 @@ using Vorndiag = IpcHost;
 struct Outcome {
   int code;
   std::string text;
+  double seconds;
   bool Says(const std::string& part) const { return text.find(part) != std::string::npos; }
 };
 
@@ -24,12 +26,14 @@ const char* const PROC_HIDDEN = "unshare -m sh -c 'mount -t tmpfs none /proc && 
 
 // Runs the built command; `before` is what the shell does first.
 Outcome DiagRun(const std::string& arguments, const std::string& before = "exec ") {
+  const auto begin = std::chrono::steady_clock::now();
   FILE* pipe = popen(("exec 2>&1; " + before + VORNDIAG " " + arguments).c_str(), "r");
-  Outcome outcome{-1, ""};
+  Outcome outcome{-1, "", 0};
   for (int byte = 0; pipe != nullptr && (byte = std::fgetc(pipe)) != EOF;)
     outcome.text += static_cast<char>(byte);
   if (pipe != nullptr)
     outcome.code = WEXITSTATUS(pclose(pipe));
+  outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   return outcome;
 }
 
@@ -43,7 +47,7 @@ void SegmentMake(std::uint32_t key, std::size_t size, std::uint32_t length) {
 // A process that took the mutex of queue 7 and then ends, is stopped, or goes on.
 enum class Fate { ENDED, STOPPED, ALIVE };
 
-void MutexHold(Child* holder, int mutex, Fate fate) {
+void HolderAwait(Child* holder, int mutex, Fate fate) {
   ASSERT_TRUE(Await([mutex] { return ValueGet(mutex) == 0; }));
   int status = 0;
   if (fate == Fate::ENDED)
@@ -85,7 +89,7 @@ TEST_F(Vorndiag, MutexOfAHolderThatMayLiveIsGivenByForceOnly) {
       GTEST_SKIP() << "nothing can be mounted over /proc here";
     const std::string before = row.isProcHidden ? PROC_HIDDEN : "exec ";
     Child holder([&] { return HolderRun(queue._mutexId, row.fate); });
-    MutexHold(&holder, queue._mutexId, row.fate);
+    HolderAwait(&holder, queue._mutexId, row.fate);
     const Outcome look = DiagRun("queue 7", before);
     EXPECT_EQ(look.code, 1);
     EXPECT_TRUE(look.Says(row.verdict)) << look.text;
@@ -97,6 +101,35 @@ TEST_F(Vorndiag, MutexOfAHolderThatMayLiveIsGivenByForceOnly) {
     NamedMutexGive(queue._mutexId);  // whatever came of it, the next row's holder can take it
   }
   queue.Destroy();
+}
+
+TEST_F(Vorndiag, WatchEndsWithALookThatShowsNothingWrong) {
+  Queue queue(1, 7, 16);
+  NamedMutexTake(queue._mutexId);
+  std::vector<QueueWatch> watches{QueueWatchBegin(7)};
+  EXPECT_TRUE(VerdictGet(watches[0]).isTrouble);
+  NamedMutexGive(queue._mutexId);
+  QueuesWatch(&watches);
+  EXPECT_FALSE(VerdictGet(watches[0]).isTrouble);
+  queue.Destroy();
+}
+
+TEST(ProcessLook, WhatAnotherUserOrNamespaceHasIsNotGone) {
+  Child stranger([] {
+    if (geteuid() == 0 && setuid(65534) != 0)
+      return 77;
+    return static_cast<int>(ProcessLook(1, 0).state);
+  });
+  EXPECT_NE(stranger.Wait(), static_cast<int>(ProcessState::GONE));
+  Child apart([] {
+    if (unshare(CLONE_NEWPID) != 0)
+      return 77;
+    return Child([] { return static_cast<int>(ProcessLook(1, 0).state); }).Wait();
+  });
+  const int state = apart.Wait();  // of its child, whose number /proc gives to another process
+  if (state == 77)
+    GTEST_SKIP() << "no process namespace can be made here";
+  EXPECT_EQ(state, static_cast<int>(ProcessState::UNKNOWN));
 }
 
 TEST_F(Vorndiag, ReceiverThatADeadSenderDidNotWakeIsWoken) {
@@ -125,15 +158,17 @@ TEST_F(Vorndiag, QueuesShowsAllThatAreQueuesWithinOneSecond) {
     EXPECT_EQ(Queue(1, id, 100).Send("hello", 5), 1);  // nobody stays attached
   SegmentMake(QueueKeyGet(30), 100, 0);
   SegmentMake(QueueKeyGet(50000), 100, 96);  // a far one without sets is another program's
-  const auto begin = std::chrono::steady_clock::now();
   const Outcome queues = DiagRun("queues");
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
+  EXPECT_GE(queues.seconds, 0.9);
+  EXPECT_LT(queues.seconds, 8);
   EXPECT_EQ(queues.code, 1);
   EXPECT_EQ(CountOf(queues.text, "\n *(-5|40000|7|8|9|10|11|12) .*  1   .* WRONG: nobody is att"),
             8U)
       << queues.text;
   EXPECT_EQ(CountOf(queues.text, "WRONG"), 9U) << queues.text;
-  EXPECT_EQ(DiagRun("queue -5").code, 1);
+  const Outcome queue = DiagRun("queue -5");
+  EXPECT_EQ(queue.code, 1);
+  EXPECT_GE(queue.seconds, 0.9) << "was not watched";
 }
 
 TEST_F(Vorndiag, ForeignSegmentIsOneTroubleAndIsLeftAlone) {

@@ -33,7 +33,7 @@ struct SetLook {
   bool Exists() const { return id >= 0; }
   /// Whether a take was the last that happened to it. Otherwise a value of 0 was set by `process`,
   /// or the set is being made.
-  bool IsTaken() const { return value == 0 && taken != 0 && taken >= set; }
+  bool IsTaken() const { return value == 0 && taken >= set; }
   /// When `process` did what it did.
   std::time_t LastTime() const { return IsTaken() ? taken : set; }
 };
