@@ -1,4 +1,5 @@
 #include "ipc/IpcHost.h"
+#include "support/Emulator.h"
 
 #include <algorithm>
 #include <vector>
@@ -53,6 +54,7 @@ std::string SendStep(Queue& queue, int steps, std::vector<std::string>* all) {
 }  // namespace
 
 TEST_F(QueueKill, SenderKilledAtAnyInstructionLeavesWholeMessagesAndPerhapsATakenMutex) {
+  SKIP_UNDER_EMULATOR("ptrace");
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
   GTEST_SKIP() << "a sanitizer's own code would be stepped through";
 #endif

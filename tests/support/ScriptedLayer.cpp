@@ -7,10 +7,14 @@
 #include "utils/VORNUtilsDiag.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <utility>
+
+#include <endian.h>
 
 struct KELMutex {
   std::mutex native;
@@ -46,10 +50,22 @@ int FirstTake(std::vector<int>* results, int otherwise) {
   return first;
 }
 
+// An integer is noted as a little-endian host stores it: one expectation holds on every host.
+std::string OptionText(int code, const void* value, int size) {
+  constexpr int INTEGERS = KEL_DGRAM_OPT_REUSEADDR | KEL_DGRAM_OPT_SNDBUF | KEL_DGRAM_OPT_RCVBUF |
+                           KEL_DGRAM_OPT_BROADCAST;
+  std::uint32_t number = 0;
+  if ((code & INTEGERS) == 0 || size != sizeof number)
+    return BytesText(value, size);
+  std::memcpy(&number, value, sizeof number);
+  number = htole32(number);
+  return BytesText(&number, size);
+}
+
 int OptionSet(KELDGram* self, int code, void* value, int size) {
   char name[32];
   std::snprintf(name, sizeof name, "optionSet %x ", static_cast<unsigned int>(code));
-  CallNote(name + BytesText(value, size), SocketGet(self));
+  CallNote(name + OptionText(code, value, size), SocketGet(self));
   const int error = FirstTake(&script->optionErrno[code], 0);
   if (error != 0)
     errno = error;

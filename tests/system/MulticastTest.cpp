@@ -1,3 +1,4 @@
+#include "support/Emulator.h"
 #include "support/Namespace.h"
 
 #include <gtest/gtest.h>
@@ -46,7 +47,10 @@ void TableIsFull() {
   EXPECT_EQ(VORNDGramClass::NICDestroy(), 1);
 }
 
-TEST(System, EveryInterfaceTakesPartInMulticast) { NamespaceRun(EveryInterfaceTakesPart); }
+TEST(System, EveryInterfaceTakesPartInMulticast) {
+  SKIP_UNDER_EMULATOR("IP_MULTICAST_IF");
+  NamespaceRun(EveryInterfaceTakesPart);
+}
 
 TEST(System, TableHoldsTheFirst32Interfaces) { NamespaceRun(TableIsFull); }
 
