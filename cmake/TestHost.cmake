@@ -14,6 +14,9 @@ if(CMAKE_CROSSCOMPILING_EMULATOR)
   message(STATUS "The tests run under: ${emulator}")
   add_compile_definitions(VORN_TEST_EMULATOR="${emulator}")
 endif()
+if(VORN_SANITIZE)
+  add_compile_definitions(VORN_TEST_SANITIZER="${VORN_SANITIZE}")  # no compiler's own macro: they differ
+endif()
 
 # Sets `variable` to the path under which a test starts the built program `target` with its
 # arguments: the program, or a script that gives it to the emulator and keeps its process id.

@@ -55,7 +55,7 @@ std::string SendStep(Queue& queue, int steps, std::vector<std::string>* all) {
 
 TEST_F(QueueKill, SenderKilledAtAnyInstructionLeavesWholeMessagesAndPerhapsATakenMutex) {
   SKIP_UNDER_EMULATOR("ptrace");
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#ifdef VORN_TEST_SANITIZER
   GTEST_SKIP() << "a sanitizer's own code would be stepped through";
 #endif
   Queue queue(1, 1, 60);
