@@ -174,7 +174,7 @@ struct Host {
   void Hear(const Reading& got) {
     if (got.data != nullptr && window && window->SampleIsWanted(got.header.number, got.length)) {
       std::copy_n(got.data, got.length,
-                  copy.data() + window->FileGet().SampleOffset(NumberOf(got.header.number)));
+                  copy.data() + window->FileGet().SampleOffset(got.header.number.IntegerGet()));
       window->SampleStored(got.header.number);
     } else if (got.data == nullptr) {
       if (!window)
@@ -214,12 +214,13 @@ void TransferCheck(unsigned int seed) {
   };
   for (; round < 3000 && !AllAreDone(sender, hosts.size()); ++round) {
     const VORNNtpTime now(1 + round / 100, 10000000UL * static_cast<unsigned long>(round % 100));
-    const Header header{99, Kind::HEARTBEAT, now, SequenceOf(sender.HighestGet())};
+    const Header header{99, Kind::HEARTBEAT, now, SequenceNumber::FromInteger(sender.HighestGet())};
     send(Written(HeartbeatWrite, header, sender.HeartbeatNext(1)));
     for (int burst = 0; burst < 20; ++burst)
       if (const auto number = sender.SampleNext()) {
         const char* bytes = text.data() + sender.FileGet().SampleOffset(*number);
-        send(Written(SampleWrite, Header{99, Kind::SAMPLE, now, SequenceOf(*number)}, bytes,
+        send(Written(SampleWrite,
+                     Header{99, Kind::SAMPLE, now, SequenceNumber::FromInteger(*number)}, bytes,
                      sender.FileGet().SampleLength(*number)));
       }
     for (unsigned int i = 0; i < hosts.size(); ++i) {
@@ -274,7 +275,7 @@ TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
   std::size_t applied = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    const Bitmap arrived(row.size, SequenceOf(row.lead), 0);
+    const Bitmap arrived(row.size, SequenceNumber::FromInteger(row.lead), 0);
     const WindowHead head{++id, row.heartbeat, row.state};
     EXPECT_EQ(sender.WindowApply(head, arrived, {1, 1}, VORNNtpTime()), row.isApplied);
     applied += row.isApplied ? 1 : 0;

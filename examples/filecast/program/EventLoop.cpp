@@ -1,7 +1,6 @@
 #include "program/EventLoop.h"
 
 #include "program/Signals.h"
-#include "wire/Duration.h"
 #include "wire/Failure.h"
 
 #include <cerrno>
@@ -10,7 +9,8 @@
 #include <utility>
 
 ActionEvent::ActionEvent(const VORNNtpTime& start, double period, int id, Action action)
-    : VORNEvent(start, DurationOf(period), id, EVENT_ENABLED), _action(std::move(action)) {}
+    : VORNEvent(start, VORNNtpTime::FromSeconds(period), id, EVENT_ENABLED),
+      _action(std::move(action)) {}
 
 int ActionEvent::Fired(const VORNNtpTime& now) {
   if (VORNEvent::Fired(now) == 0)
@@ -27,7 +27,7 @@ EventLoop::EventLoop() {
 VORNNtpTime EventLoop::NowGet() {
   KELNtpTime reading;
   _clock.TimeGet(&reading);
-  return VORNNtpTime::FromWords(reading.sec, reading.frac);
+  return VORNNtpTime::FromKelTime(reading);
 }
 
 ActionEvent& EventLoop::EventAdd(double period, ActionEvent::Action action) {
@@ -47,7 +47,7 @@ void EventLoop::Run(VORNDGram& endpoint, const ActionEvent::Action& receive,
     if (isDone())
       return;
     const VORNNtpTime sleep = _manager.SleepTimeMinGet(NowGet());
-    KELNtpTime timeout{sleep.sec, sleep.frac};
+    KELNtpTime timeout = sleep.KelTimeGet();
     const int waiting = endpoint.HasDataWithSleep(&timeout);
     if (waiting > 0)
       receive(NowGet());

@@ -1,7 +1,6 @@
 #include "program/ReceiveCommand.h"
 
 #include "program/Signals.h"
-#include "wire/Duration.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -157,13 +156,14 @@ void ReceiveCommand::WindowSend(const Header& header, std::uint32_t heartbeat,
 
 void ReceiveCommand::SendersWatch(const VORNNtpTime& now) {
   for (Slot& slot : _slots) {
-    slot.file->SilenceCheck(now, DurationOf(_options.patience));
+    slot.file->SilenceCheck(now, VORNNtpTime::FromSeconds(_options.patience));
     if (slot.file->StateGet() == TransferState::RECEIVING && _slots.size() == 1)
       _progress.Show(static_cast<std::uint64_t>(slot.file->WindowGet().LeadGet() - 1),
                      static_cast<std::uint64_t>(slot.file->WindowGet().FileGet().SampleCount()));
   }
   FilesCheck();
-  if (_slots.empty() && _options.wait > 0 && now - _begin > DurationOf(_options.wait)) {
+  if (_slots.empty() && _options.wait > 0 &&
+      now - _begin > VORNNtpTime::FromSeconds(_options.wait)) {
     CountsSay();
     throw Failure(ExitCode::SENDER_SILENT, "no sender was heard");
   }

@@ -1,7 +1,6 @@
 #include "program/SendCommand.h"
 
 #include "program/Signals.h"
-#include "wire/Duration.h"
 #include "wire/Failure.h"
 
 #include <algorithm>
@@ -71,7 +70,7 @@ ExitCode SendCommand::Run() {
 // lost, so that a stall is not followed by a flood.
 void SendCommand::SamplesSend(const VORNNtpTime& now) {
   const double samplesPerSecond = _options.rate * 1e6 / SAMPLE_CAPACITY;
-  _credit = std::min(_credit + SecondsOf(now - _paceBefore) * samplesPerSecond, LARGEST_BURST);
+  _credit = std::min(_credit + (now - _paceBefore).SecondsGet() * samplesPerSecond, LARGEST_BURST);
   _paceBefore = now;
   for (; _credit >= 1; _credit -= 1) {
     if (!SampleSend(now)) {
@@ -133,7 +132,7 @@ void SendCommand::DatagramSend(VORNCDRStream* stream, const VORNNtpTime& now) {
     return;
   if (_endpoints.Send(stream))
     _sentWell = now;
-  else if (errno != EINTR && now - _sentWell > DurationOf(_options.patience))
+  else if (errno != EINTR && now - _sentWell > VORNNtpTime::FromSeconds(_options.patience))
     throw Failure(ExitCode::NETWORK_FAILED, std::string("cannot send: ") + std::strerror(errno));
 }
 
@@ -142,7 +141,7 @@ Header SendCommand::HeaderMake(Kind kind, std::int64_t number, const VORNNtpTime
   header.session = _session;
   header.kind = kind;
   header.time = now;
-  header.number = SequenceOf(number);
+  header.number = SequenceNumber::FromInteger(number);
   return header;
 }
 
@@ -161,7 +160,7 @@ Inbox::Verdict SendCommand::WindowHandle(VORNCDRStream* stream, const Header& he
 }
 
 void SendCommand::PeersWatch(const VORNNtpTime& now) {
-  _schedule.LostPeersFind(now, DurationOf(_options.patience));
+  _schedule.LostPeersFind(now, VORNNtpTime::FromSeconds(_options.patience));
   RecipientsUpdate();
   PhaseUpdate(now);
   if (_phase == Phase::SENDING)
@@ -195,7 +194,7 @@ void SendCommand::RecipientsUpdate() {
 void SendCommand::PhaseUpdate(const VORNNtpTime& now) {
   const int known = static_cast<int>(_schedule.PeersGet().size());
   if (_phase == Phase::GATHERING) {
-    const bool waitIsOver = now - _begin > DurationOf(_options.wait);
+    const bool waitIsOver = now - _begin > VORNNtpTime::FromSeconds(_options.wait);
     if (known == 0 && waitIsOver)
       throw Failure(ExitCode::RECEIVERS_MISSING, "no receiver answered");
     if (known < _options.receivers && !waitIsOver)
@@ -214,7 +213,7 @@ void SendCommand::PhaseUpdate(const VORNNtpTime& now) {
 ExitCode SendCommand::ResultSay() {
   const int known = static_cast<int>(_schedule.PeersGet().size());
   const int complete = _schedule.CountIn(TransferState::COMPLETE);
-  const double seconds = SecondsOf(_loop.NowGet() - _begin) - END_COUNT * HEARTBEAT_PERIOD;
+  const double seconds = (_loop.NowGet() - _begin).SecondsGet() - END_COUNT * HEARTBEAT_PERIOD;
   const Inbox::Counts& counts = _inbox.CountsGet();
   char text[400];
   std::snprintf(text, sizeof text,
@@ -225,7 +224,7 @@ ExitCode SendCommand::ResultSay() {
                 _sampleCount == 0 ? 0.0
                                   : 100.0 * static_cast<double>(_schedule.RepairsGet()) /
                                         static_cast<double>(_sampleCount),
-                1000 * SecondsOf(_slowestAnswer));
+                1000 * _slowestAnswer.SecondsGet());
   _progress.Say(text);
   std::snprintf(text, sizeof text,
                 "receivers: %d complete, %d failed, %d lost; windows: %llu taken, %llu refused, "

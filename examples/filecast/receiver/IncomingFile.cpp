@@ -1,7 +1,5 @@
 #include "receiver/IncomingFile.h"
 
-#include "wire/Duration.h"
-
 namespace {
 
 // So often is the final state told before the sender's end is no longer waited for.
@@ -20,7 +18,7 @@ IncomingFile::IncomingFile(std::uint32_t session, const FileDescription& file, u
   }
 }
 
-double IncomingFile::SecondsGet() const { return SecondsOf(_end - _begin); }
+double IncomingFile::SecondsGet() const { return (_end - _begin).SecondsGet(); }
 
 void IncomingFile::SampleAdd(const SequenceNumber& number, const char* bytes, int length,
                              const VORNNtpTime& now) {
@@ -28,7 +26,7 @@ void IncomingFile::SampleAdd(const SequenceNumber& number, const char* bytes, in
   if (_state != TransferState::RECEIVING || !_window.SampleIsWanted(number, length))
     return;
   try {
-    _file->SampleStore(NumberOf(number), bytes, length);
+    _file->SampleStore(number.IntegerGet(), bytes, length);
     _window.SampleStored(number);
     _file->LeadMove(_window.LeadGet());
     WholeCheck(now);

@@ -17,7 +17,7 @@ ReceiveWindow::ReceiveWindow(const FileDescription& file)
 bool ReceiveWindow::SampleIsWanted(const SequenceNumber& number, int length) const {
   int bit = 1;
   return _arrived.BitGet(number, &bit) != 0 && bit == 0 &&
-         length == _file.SampleLength(NumberOf(number));
+         length == _file.SampleLength(number.IntegerGet());
 }
 
 void ReceiveWindow::SampleStored(const SequenceNumber& number) {
@@ -28,7 +28,7 @@ void ReceiveWindow::SampleStored(const SequenceNumber& number) {
   _arrived.LeadMove(missing);
   // A move only shortens the window; what it gains at its end is new, so it is clear.
   SequenceNumber gained = missing + _arrived.size;
-  _arrived.size = WindowSize(_file, NumberOf(missing));
+  _arrived.size = WindowSize(_file, missing.IntegerGet());
   for (; _arrived.BitInRange(gained) != 0; gained++)
     _arrived.BitSet(gained, 0);
 }

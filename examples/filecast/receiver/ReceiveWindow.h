@@ -24,7 +24,7 @@ public:
   void ArrivedGet(const SequenceNumber& highest, Bitmap* arrived) const;
 
   /// First missing sample; one past the last when all have arrived.
-  std::int64_t LeadGet() const { return NumberOf(_arrived.lead); }
+  std::int64_t LeadGet() const { return _arrived.lead.IntegerGet(); }
   bool IsWhole() const { return LeadGet() > _file.SampleCount(); }
 
 private:

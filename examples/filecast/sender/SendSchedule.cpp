@@ -28,7 +28,7 @@ SendSchedule::Peer* SendSchedule::PeerFind(std::uint32_t id, const AddressPort& 
 
 bool SendSchedule::WindowApply(const WindowHead& head, const Bitmap& arrived,
                                const AddressPort& source, const VORNNtpTime& now) {
-  const std::int64_t lead = NumberOf(arrived.lead);
+  const std::int64_t lead = arrived.lead.IntegerGet();
   // The lead is settled before anything is added to it: it may be the largest number there is.
   if (head.heartbeat == 0 || head.heartbeat > _heartbeats || lead > _highest + 1)
     return false;
@@ -52,7 +52,7 @@ bool SendSchedule::WindowApply(const WindowHead& head, const Bitmap& arrived,
 
 void SendSchedule::MissingQueue(std::uint32_t heartbeat, const Bitmap& arrived) {
   for (SequenceNumber sn = arrived.lead; arrived.BitInRange(sn) != 0; sn++) {
-    const std::int64_t number = NumberOf(sn);
+    const std::int64_t number = sn.IntegerGet();
     const auto index = static_cast<std::size_t>(number);
     int bit = 1;
     arrived.BitGet(sn, &bit);

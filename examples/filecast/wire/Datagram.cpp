@@ -66,18 +66,6 @@ std::uint64_t FileDescription::SampleOffset(std::int64_t number) const {
   return static_cast<std::uint64_t>(number - 1) * sampleSize;
 }
 
-std::int64_t NumberOf(const SequenceNumber& number) {
-  return static_cast<std::int64_t>(
-      static_cast<std::uint64_t>(static_cast<std::uint32_t>(number.high)) << 32 | number.low);
-}
-
-SequenceNumber SequenceOf(std::int64_t number) {
-  SequenceNumber result;
-  result.high = static_cast<std::int32_t>(number >> 32);
-  result.low = static_cast<std::uint32_t>(number);
-  return result;
-}
-
 bool HeartbeatWrite(VORNCDRStream* stream, const Header& header, const Heartbeat& heartbeat) {
   const FileDescription& file = heartbeat.file;
   const int nameLength = static_cast<int>(file.name.size());
@@ -128,7 +116,7 @@ bool HeartbeatRead(VORNCDRStream* stream, const Header& header, Heartbeat* heart
     return false;
   heartbeat->answerPort = static_cast<int>(port);
   return AllWasRead(stream) && FileNameIsSafe(file.name) &&
-         NumberOf(header.number) <= file.SampleCount();
+         header.number.IntegerGet() <= file.SampleCount();
 }
 
 bool SampleRead(VORNCDRStream* stream, const char** bytes, int* length) {

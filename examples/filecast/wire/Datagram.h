@@ -62,9 +62,6 @@ struct WindowHead {
   TransferState state = TransferState::RECEIVING;
 };
 
-std::int64_t NumberOf(const SequenceNumber& number);
-SequenceNumber SequenceOf(std::int64_t number);
-
 /// Writers return whether everything fitted. The stream holds `DATAGRAM_CAPACITY` bytes or more.
 bool HeartbeatWrite(VORNCDRStream* stream, const Header& header, const Heartbeat& heartbeat);
 bool SampleWrite(VORNCDRStream* stream, const Header& header, const char* bytes, int length);
