@@ -151,22 +151,20 @@ TEST_F(HostList, RequestsThatCannotBeMetWriteNothing) {
 TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
   struct Row {
     const char* what;
-    bool hasStatus;
     const char* input;
-    int length;
-    bool hasOutput;
-    int limit, written, overflow;
+    int length, limit, written, overflow;
+    bool hasStatus = true, hasOutput = true;
   };
   const Row rows[] = {
-      {"no status", false, "a", 1, true, 1, 0, 0},
-      {"no output", true, "a", 1, false, 1, 0, 0},
-      {"no input", true, nullptr, 1, true, 1, 0, 0},
-      {"no input, none needed", true, nullptr, 0, true, 1, 0, 0},
-      {"no output, none wanted", true, "a", 1, false, 0, 0, 1},
-      {"no output, nothing to write", true, " ", 1, false, 0, 0, 0},
-      {"negative length", true, "a", -1, true, 1, 0, 0},
-      {"negative limit", true, " a", 2, true, -1, 0, 1},
-      {"nothing at all", false, nullptr, 0, false, 0, 0, 0},
+      {"no status", "a", 1, 1, 0, 0, false},
+      {"no output", "a", 1, 1, 0, 0, true, false},
+      {"no input", nullptr, 1, 1, 0, 0},
+      {"no input, none needed", nullptr, 0, 1, 0, 0},
+      {"no output, none wanted", "a", 1, 0, 0, 1, true, false},
+      {"no output, nothing to write", " ", 1, 0, 0, 0, true, false},
+      {"negative length", "a", -1, 1, 0, 0},
+      {"negative limit", " a", 2, -1, 0, 1},
+      {"nothing at all", nullptr, 0, 0, 0, 0, false, false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
