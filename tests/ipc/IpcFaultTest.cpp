@@ -182,7 +182,7 @@ TEST_F(IpcFault, EachRefusedCallOfAHalfMadeQueueIsUndoneAsFarAsPromised) {
       HostPrepare(false);
       ASSERT_EQ(ShmMsgQManager::Initialize(), 1);
       if (&row != cases)
-        ShMDelete(ShMNew(static_cast<int>(0xABBD000AU), 25), 0);
+        ShMDelete(ShMNew(static_cast<int>(QueueKeyGet(ID)), 25), 0);
       IpcReset();
       std::size_t made = 0;
       Ipc().fails = [&](const std::string&) { return ++made == n; };
@@ -207,8 +207,7 @@ TEST_F(IpcFault, EachFailedAllocationOfTheManagerIsARefusalThatLeavesNothing) {
     EXPECT_EQ(act(), 0) << "without a registry";
     Script().semaphoreNewFails = false;
     EXPECT_EQ(ShmMsgQManager::Initialize(), 1);
-    for (int attempt = 1; attempt <= 6;
-         ++attempt) {  // node, object, two for its attachments, handle
+    for (int attempt = 1; attempt <= 6; ++attempt) {  // node, object and its parts, handle
       EXPECT_EQ(HostText(), "2/1");
       System().allocations = 0;
       System().failingAllocation = attempt;

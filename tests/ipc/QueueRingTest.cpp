@@ -118,7 +118,9 @@ TEST_F(QueueRing, DamagedHeaderIsRefusedAndNothingOutsideTheRingIsTouched) {
       const auto ringEnd = std::size_t{12} + queue.RingText().size();
       ASSERT_EQ(after.substr(0, 4) + after.substr(ringEnd),
                 before.substr(0, 4) + before.substr(ringEnd));
-      ASSERT_TRUE(fits || after == before);
+      if (!fits) {
+        ASSERT_EQ(after, before);
+      }
     }
     queue.Destroy();
   }
@@ -139,9 +141,12 @@ TEST_F(QueueRing, DamagedLengthWordIsNotBelieved) {
       EXPECT_EQ(opener._capacity, row.valid != 0 ? static_cast<int>(row.word) - 8 : 0);
       char copy[64] = "";
       const unsigned int most = std::min(row.word, 25U);
-      EXPECT_EQ(ShMWrite(creator._shm, copy, most) + 2 * ShMWrite(creator._shm, copy, most + 1), 1);
-      EXPECT_EQ(ShMRead(creator._shm, copy, most) + 2 * ShMRead(creator._shm, copy, most + 1), 1);
-      EXPECT_EQ(ShMWrite(nullptr, copy, 0) + ShMRead(creator._shm, nullptr, 1), 0);
+      EXPECT_EQ(ShMWrite(creator._shm, copy, most), 1);
+      EXPECT_EQ(ShMWrite(creator._shm, copy, most + 1), 0);
+      EXPECT_EQ(ShMWrite(nullptr, copy, 0), 0);
+      EXPECT_EQ(ShMRead(creator._shm, copy, most), 1);
+      EXPECT_EQ(ShMRead(creator._shm, copy, most + 1), 0);
+      EXPECT_EQ(ShMRead(creator._shm, nullptr, 1), 0);
     }
     shmid_ds segment{};
     shmctl(creator._shm->id, IPC_STAT, &segment);
