@@ -123,7 +123,8 @@ private:
 
 /// Removes the queue and makes it again, in a thread. As a queue object does it, a message that is
 /// sent while the queue is made or removed may be lost. By the layout and in another order, none
-/// is: nothing empties a ring that has been opened, and no sender opens what is being removed.
+/// is: nothing empties a ring that has been opened, no sender opens what is being removed, and none
+/// that made new sets writes beside one that has the old mutex.
 class Owner {
 public:
   explicit Owner(bool isObject) : _isObject(isObject) {
@@ -151,6 +152,7 @@ public:
   void Remove() {
     if (_isObject)
       return _queue->Destroy();
+    NamedMutexTake(_sets[1]);  // nobody is in the middle of a message
     ShMDelete(_segment, 1);
     for (const int set : _sets)
       SemaphoreMutexDelete(set);
