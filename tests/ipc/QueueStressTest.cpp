@@ -31,9 +31,11 @@ struct Sender {
 class Crowd {
 public:
   explicit Crowd(Queue* queue) : _queue(queue) {
+    _receiver = std::thread([this] { Receive(); });
+    // The object keeps messages of a removed queue for a thread that has received before.
+    EXPECT_TRUE(Await([this] { return _queue->Send("", 0) == 1 && _hasReceived; }));
     for (int i = 0; i < SENDERS; ++i)
       _senders[i].thread = std::thread([this, i] { Send(i); });
-    _receiver = std::thread([this] { Receive(); });
     _signaller = std::thread([this] { Signal(); });
   }
   ~Crowd() {
@@ -58,14 +60,17 @@ public:
       _receiver.join();
   }
   int SentBy(int sender) const { return _senders[sender].sent; }
-  bool HasReceivedAll() {
+  /// The first message that was told to be sent and has not arrived; empty: all have.
+  std::string MissingText() {
     const std::lock_guard lock(_lock);
-    return std::all_of(_senders, _senders + SENDERS, [](const Sender& sender) {
-      const auto count = static_cast<std::size_t>(sender.sent);
-      return sender.arrived.size() >= count &&
-             std::find(sender.arrived.begin(), sender.arrived.begin() + sender.sent, false) ==
-                 sender.arrived.begin() + sender.sent;
-    });
+    for (int i = 0; i < SENDERS; ++i) {
+      const std::vector<bool>& arrived = _senders[i].arrived;
+      for (std::size_t number = 0; number < static_cast<std::size_t>(_senders[i].sent); ++number)
+        if (number >= arrived.size() || !arrived[number])
+          return "sender " + std::to_string(i) + ": " + std::to_string(number) + " of " +
+                 std::to_string(_senders[i].sent);
+    }
+    return "";
   }
   int garbled = 0;  ///< to read after the receiver's end
 
@@ -87,11 +92,12 @@ private:
     while (!_receiverEnd) {
       int message[3];
       const int length = _queue->Recv(reinterpret_cast<char*>(message), sizeof message);
+      _hasReceived = _hasReceived || length == 0;
       if (length < 0)
         sched_yield();
-      else if (length != sizeof message || message[2] != ~message[1])
+      else if (length != 0 && (length != sizeof message || message[2] != ~message[1]))
         ++garbled;
-      else
+      else if (length != 0)
         MessageNote(message[0], static_cast<std::size_t>(message[1]));
     }
   }
@@ -118,6 +124,7 @@ private:
   std::thread _signaller;
   std::atomic<bool> _sendersEnd{false};
   std::atomic<bool> _receiverEnd{false};
+  std::atomic<bool> _hasReceived{false};
   std::mutex _lock;
 };
 
@@ -225,7 +232,7 @@ TEST_F(QueueStress, EverySenderGoesOnAndWhatWasToldSentArrivesThroughRemovalsAnd
     crowd.SendersEnd();
     owner.End();
     if (!isObject) {
-      EXPECT_TRUE(Await([&] { return crowd.HasReceivedAll(); }));
+      EXPECT_TRUE(Await([&] { return crowd.MissingText().empty(); })) << crowd.MissingText();
     }
     queue.Destroy();
     crowd.ReceiverEnd();
