@@ -2,9 +2,8 @@
 #include "vorndiag/QueueList.h"
 
 #include <cerrno>
-#include <sstream>
-
 #include <gtest/gtest.h>
+#include <sstream>
 #include <unistd.h>
 
 namespace {
@@ -16,19 +15,15 @@ using Change = void (*)(Look&);
 // A queue of size 16 that nobody uses just now, but for its receiver, which waits.
 Look Sound() {
   Look look;
-  look.segment.id = 10;
+  look.segment.id = look.semaphore.id = look.mutex.id = 10;
+  look.semaphore.mode = look.mutex.mode = look.segment.kernel.shm_perm.mode = 0664;
   look.segment.length = 25;
   look.segment.kernel.shm_segsz = 29;
-  look.segment.kernel.shm_perm.mode = 0664;
   look.segment.kernel.shm_nattch = 1;
   look.segment.capacity = 17;
   look.segment.offsets = RingOffsets{0, 0};
-  look.semaphore.id = 11;
-  look.semaphore.waiting = 1;
-  look.mutex.id = 12;
-  look.mutex.value = 1;
   look.semaphore.semaphores = look.mutex.semaphores = 1;
-  look.semaphore.mode = look.mutex.mode = 0664;
+  look.semaphore.waiting = look.mutex.value = 1;
   return look;
 }
 
@@ -38,7 +33,7 @@ Look Changed(Change change) {
   return look;
 }
 
-void Hold(Look& look, ProcessState state, int pid, std::time_t taken) {
+void Hold(Look& look, ProcessState state, int pid = 5, std::time_t taken = 100) {
   look.mutex.value = 0;
   look.mutex.set = 100;
   look.mutex.taken = taken;
@@ -46,78 +41,15 @@ void Hold(Look& look, ProcessState state, int pid, std::time_t taken) {
 }
 
 // One message of `length` bytes waits, and the receiver does something else.
-void Fill(Look& look, int length, int read = 0) {
+void Fill(Look& look, int length, int read = 0, bool isDamaged = false) {
   look.semaphore.waiting = 0;
   look.semaphore.value = 1;
   look.segment.messages.count = 1;
   look.segment.messages.longest = length;
+  look.segment.messages.isDamaged = isDamaged;
+  look.segment.messages.damageOffset = read;
   look.segment.offsets = RingOffsets{RingAdvance(read, length + 4, 17), read};
 }
-
-void Damage(Look& look, int read) {
-  Fill(look, 1, read);
-  look.segment.messages.isDamaged = true;
-  look.segment.messages.damageOffset = read;
-}
-
-void Unattended(Look& look) {
-  Fill(look, 1);
-  look.segment.kernel.shm_nattch = 0;
-}
-
-void NotWoken(Look& look) {
-  Fill(look, 1);
-  look.semaphore = Sound().semaphore;
-}
-
-void Foreign(Look& look) {
-  look.semaphore = look.mutex = {};
-  look.segment.id = 9;
-  look.segment.fault = SegmentFault::SEGMENT_TOO_SMALL;
-}
-
-void MutexLeft(Look& look) {
-  look.segment = {};
-  look.mutex.value = 0;
-}
-
-void Holder(Look& look, ProcessState state) { Hold(look, state, 5, 100); }
-
-void Full(Look& look) { Fill(look, 9); }
-
-struct TroubleRow {
-  Change change;
-  std::string says;
-  std::string advises;
-  bool isCertain = false;  // by one look
-};
-
-const TroubleRow TROUBLES[] = {
-    {[](Look& q) { Holder(q, GONE); }, "pid 5, gone: a sender died", "7 --give-mutex`", true},
-    {[](Look& q) { Holder(q, STOPPED); }, "held by pid 5 (sensor), stopped", "kill -CONT"},
-    {[](Look& q) { Holder(q, ALIVE); }, "by pid 5 (sensor), which lives", "-mutex --force`"},
-    {[](Look& q) { Holder(q, UNKNOWN); }, "which /proc does not show", "7 --give-mutex --force`"},
-    {[](Look& q) { Hold(q, UNKNOWN, 0, 100); }, "another process namespace", "-mutex --force`"},
-    {[](Look& q) { Hold(q, UNKNOWN, 0, 0); }, "no sender took it last", "-mutex --force`"},
-    {[](Look& q) { Hold(q, GONE, 5, 99); }, "no sender took it last", "-mutex --force`"},
-    {[](Look& q) { q.mutex = {}; }, "the mutex is missing", "makes one"},
-    {[](Look& q) { q.semaphore = {}; }, "the semaphore is missing", "start it again"},
-    {[](Look& q) { q.semaphore = q.mutex = {}; }, "semaphore and mutex are missing", "start it"},
-    {[](Look& q) { q.mutex.error = EACCES; }, "mutex cannot be looked at", "denied", true},
-    {[](Look& q) { q.semaphore.error = EACCES; }, "semaphore cannot be looked at", "denied", true},
-    {[](Look& q) { q.segment.error = EACCES; }, "segment cannot be looked at", "denied", true},
-    {[](Look& q) { q.semaphore.semaphores = 3; }, "semaphore's key has a set of 3", "another id"},
-    {[](Look& q) { q.mutex.semaphores = 2; }, "mutex's key has a set of 2", "7 --remove --force`"},
-    {[](Look& q) { q.segment.offsets.reset(); }, "an offset lies outside", "7 --remove`"},
-    {[](Look& q) { Damage(q, 4); }, "damaged at ring offset 4", "7 --remove`"},
-    {[](Look& q) { Unattended(q); }, "nobody is attached", "7 --remove`", true},
-    {[](Look& q) { q.semaphore.waiting = 2; }, "more than one receiver", "others damage it"},
-    {[](Look& q) { NotWoken(q); }, "sleeps beside messages", "7 --give-mutex`"},
-    {[](Look& q) { Fill(q, 1); }, "1 messages wait and none was received", "made by"},
-    {Full, "the queue is full", "made by"},
-    {[](Look& q) { Foreign(q); }, "no queue's (too small", "7 --remove --force`"},
-    {[](Look& q) { MutexLeft(q); }, "gone but a taken mutex is left", "7 --remove`"},
-};
 
 void LineExpect(const Verdict& verdict, const std::string& part) {
   EXPECT_EQ(verdict.lines.size(), 1U) << verdict.lines.back();
@@ -126,8 +58,37 @@ void LineExpect(const Verdict& verdict, const std::string& part) {
 
 }  // namespace
 
+// One look is enough for what is certain.
 TEST(QueueVerdict, StateIsOneLineOfTroubleOnlyIfItLasts) {
-  for (const TroubleRow& row : TROUBLES) {
+  // clang-format off
+  const struct { Change change; const char *says, *advises; bool isCertain = false; } rows[] = {
+      {[](Look& q) { Hold(q, GONE); }, "pid 5, gone: a sender died", "7 --give-mutex`", true},
+      {[](Look& q) { Hold(q, STOPPED); }, "held by pid 5 (sensor), stopped", "kill -CONT"},
+      {[](Look& q) { Hold(q, ALIVE); }, "by pid 5 (sensor), which lives", "-mutex --force`"},
+      {[](Look& q) { Hold(q, UNKNOWN); }, "which /proc does not show", "7 --give-mutex --force`"},
+      {[](Look& q) { Hold(q, UNKNOWN, 0, 100); }, "another process namespace", "-mutex --force`"},
+      {[](Look& q) { Hold(q, UNKNOWN, 0, 0); }, "no sender took it last", "-mutex --force`"},
+      {[](Look& q) { Hold(q, GONE, 5, 99); }, "no sender took it last", "-mutex --force`"},
+      {[](Look& q) { q.mutex = {}; }, "the mutex is missing", "makes one"},
+      {[](Look& q) { q.semaphore = {}; }, "the semaphore is missing", "start it again"},
+      {[](Look& q) { q.semaphore = q.mutex = {}; }, "semaphore and mutex are missing", "start it"},
+      {[](Look& q) { q.mutex.error = EACCES; }, "mutex cannot be looked at", "denied", true},
+      {[](Look& q) { q.semaphore.error = EACCES; }, "semaphore cannot be looked at", "denied", true},
+      {[](Look& q) { q.segment.error = EACCES; }, "segment cannot be looked at", "denied", true},
+      {[](Look& q) { q.semaphore.semaphores = 3; }, "semaphore's key has a set of 3", "another id"},
+      {[](Look& q) { q.mutex.semaphores = 2; }, "mutex's key has a set of 2", "7 --remove --force`"},
+      {[](Look& q) { q.segment.offsets.reset(); }, "an offset lies outside", "7 --remove`"},
+      {[](Look& q) { Fill(q, 1, 4, true); }, "damaged at ring offset 4", "7 --remove`"},
+      {[](Look& q) { Fill(q, 1); q.segment.kernel.shm_nattch = 0; }, "nobody is attached", "7 --remove`", true},
+      {[](Look& q) { q.semaphore.waiting = 2; }, "more than one receiver", "others damage it"},
+      {[](Look& q) { Fill(q, 1); q.semaphore = Sound().semaphore; }, "sleeps beside messages", "7 --give-mutex`"},
+      {[](Look& q) { Fill(q, 1); }, "1 messages wait and none was received", "made by"},
+      {[](Look& q) { Fill(q, 9); }, "the queue is full", "made by"},
+      {[](Look& q) { q.segment.fault = SegmentFault::SEGMENT_TOO_SMALL; }, "no queue's (too small", "7 --remove --force`"},
+      {[](Look& q) { q.segment = {}; q.mutex.value = 0; }, "gone but a taken mutex is left", "7 --remove`"},
+  };
+  // clang-format on
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.says);
     const Look changed = Changed(row.change);
     const Verdict lasting = VerdictGet(7, changed, changed);
@@ -140,25 +101,21 @@ TEST(QueueVerdict, StateIsOneLineOfTroubleOnlyIfItLasts) {
 }
 
 TEST(QueueVerdict, WhatMovesIsNotedOnly) {
-  struct Row {
-    Change before;
-    Change after;
-    const char* says;
-  };
-  const Row rows[] = {
+  // clang-format off
+  const struct { Change before, after; const char* says; } rows[] = {
       {[](Look&) {}, [](Look&) {}, "nothing wrong: the receiver waits"},
       {[](Look&) {}, [](Look& q) { q.semaphore.waiting = 0; }, "nothing wrong, and no receiver"},
       {[](Look& q) { Hold(q, ALIVE, 5, 100); }, [](Look& q) { Hold(q, ALIVE, 5, 101); }, "nothing"},
       {[](Look& q) { Hold(q, ALIVE, 5, 100); }, [](Look& q) { Hold(q, ALIVE, 6, 100); }, "nothing"},
-      {Full, [](Look& q) { Fill(q, 9, 13); }, "full for a moment"},
-      {[](Look& q) { Fill(q, 8); }, [](Look& q) { Fill(q, 8, 12); }, "full for a moment"},
-      {[](Look& q) { Fill(q, 3); }, [](Look& q) { Fill(q, 3, 7); }, "nothing wrong"},
-      {[](Look& q) { Damage(q, 4); }, [](Look& q) { Damage(q, 5); }, "nothing wrong"},
-      {[](Look& q) { Foreign(q); }, [](Look& q) { q.semaphore = q.mutex = {}; }, "look again"},
+      {[](Look& q) { Fill(q, 5); }, [](Look& q) { Fill(q, 5, 9); }, "full for a moment"},
+      {[](Look& q) { Fill(q, 4); }, [](Look& q) { Fill(q, 4, 8); }, "nothing wrong"},
+      {[](Look& q) { Fill(q, 1, 4, true); }, [](Look& q) { Fill(q, 1, 5, true); }, "nothing wrong"},
+      {[](Look&) {}, [](Look& q) { q.semaphore = q.mutex = {}; }, "look again"},
       {[](Look& q) { q.segment = {}; }, [](Look& q) { q.segment = {}; }, "left without a segment"},
       {[](Look&) {}, [](Look& q) { q = {}; }, "just been removed"},
   };
-  for (const Row& row : rows) {
+  // clang-format on
+  for (const auto& row : rows) {
     const Verdict verdict = VerdictGet(7, Changed(row.before), Changed(row.after));
     EXPECT_FALSE(verdict.isTrouble) << verdict.lines.front();
     LineExpect(verdict, row.says);
@@ -166,17 +123,11 @@ TEST(QueueVerdict, WhatMovesIsNotedOnly) {
 }
 
 TEST(Process, OnlyWhatIsCertainlyGoneIsGone) {
-  struct Row {
-    const char* name;
-    std::optional<ProcessFacts> facts;  // name, state, threads, start
-    std::time_t time;
-    ProcessState state;
-    bool exists = true;
-  };
-  const Row rows[] = {
+  // clang-format off
+  using Facts = std::optional<ProcessFacts>;  // name, state, threads, start
+  const struct { const char* name; Facts facts; std::time_t time; ProcessState state; bool exists = true; } rows[] = {
       {"no such number", std::nullopt, 100, GONE, false},
       {"hidden", std::nullopt, 100, UNKNOWN},
-      {"sleeps", ProcessFacts{"p", 'S', 1, 100}, 100, ALIVE},
       {"zombie", ProcessFacts{"p", 'Z', 1, 50}, 100, GONE},
       {"first thread ended", ProcessFacts{"p", 'Z', 2, 50}, 100, ALIVE},
       {"stopped", ProcessFacts{"p", 'T', 1, 50}, 100, STOPPED},
@@ -185,15 +136,15 @@ TEST(Process, OnlyWhatIsCertainlyGoneIsGone) {
       {"younger", ProcessFacts{"p", 'R', 1, 103}, 100, GONE},
       {"never mind when", ProcessFacts{"p", 'R', 1, 103}, 0, ALIVE},
   };
-  for (const Row& row : rows)
+  // clang-format on
+  for (const auto& row : rows)
     EXPECT_EQ(ProcessStateGet(row.exists, row.facts, row.time), row.state) << row.name;
 }
 
 TEST(Process, StatLineIsReadWhateverTheName) {
   const std::string ticks = std::to_string(30 * sysconf(_SC_CLK_TCK));
-  const std::string line =
-      "5 (a) R (b c) T 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 33 18 " + ticks + " 20 21\n";
-  const std::optional<ProcessFacts> facts = ProcessFactsGet(line, 1000);
+  const std::optional<ProcessFacts> facts = ProcessFactsGet(
+      "5 (a) R (b c) T 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 33 18 " + ticks + " 20 21\n", 1000);
   ASSERT_TRUE(facts);
   EXPECT_EQ(facts->name, "a) R (b c");
   EXPECT_EQ(facts->state, 'T');
@@ -214,30 +165,24 @@ TEST(QueueList, CandidatesAreNearIdsAndFarOnesWithTwoObjects) {
             (std::set<int>{-5, 0, 32766, 40000}));
 }
 
+// Of a queue without a mutex.
 TEST(QueueList, FarQueueHasTwoObjectsThatLookLikeIt) {
-  struct Row {
-    const char* name;
-    Change change;
-    int id;
-    bool hasMutex;
-    bool isLikely;
+  // clang-format off
+  const struct { const char* name; Change change; int id; bool isLikely; } rows[] = {
+      {"sets alone", [](Look& q) { q.mutex = q.semaphore; q.segment = {}; }, 40000, true},
+      {"no mutex", [](Look&) {}, 40000, true},
+      {"one set alone", [](Look& q) { q.segment = {}; }, 40000, false},
+      {"length of another", [](Look& q) { q.segment.length = 24; }, 40000, false},
+      {"segment of another", [](Look& q) { q.segment.kernel = {}; }, 40000, false},
+      {"set of another", [](Look& q) { q.semaphore.mode = 0600; }, 40000, false},
+      {"large set", [](Look& q) { q.semaphore.semaphores = 2; }, 40000, false},
+      {"near, one set alone", [](Look& q) { q.segment = {}; }, -32768, true},
+      {"nearly near", [](Look& q) { q.segment = {}; }, -32769, false},
+      {"near, removed", [](Look& q) { q = {}; }, 32767, false},
   };
-  const Row rows[] = {
-      {"sets alone", [](Look& q) { q.segment = {}; }, 40000, true, true},
-      {"no mutex", [](Look&) {}, 40000, false, true},
-      {"one set alone", [](Look& q) { q.segment = {}; }, 40000, false, false},
-      {"length of another", [](Look& q) { q.segment.length = 24; }, 40000, false, false},
-      {"segment of another", [](Look& q) { q.segment.kernel = {}; }, 40000, false, false},
-      {"set of another", [](Look& q) { q.semaphore.mode = 0600; }, 40000, false, false},
-      {"large set", [](Look& q) { q.semaphore.semaphores = 2; }, 40000, false, false},
-      {"near, one set alone", [](Look& q) { q.segment = {}; }, -32768, false, true},
-      {"nearly near", [](Look& q) { q.segment = {}; }, -32769, false, false},
-      {"near, removed", [](Look& q) { q = {}; }, 32767, false, false},
-  };
-  for (const Row& row : rows) {
-    Look look = Sound();
-    if (!row.hasMutex)
-      look.mutex = {};
+  // clang-format on
+  for (const auto& row : rows) {
+    Look look = Changed([](Look& q) { q.mutex = {}; });
     row.change(look);
     EXPECT_EQ(QueueIsLikely(row.id, look), row.isLikely) << row.name;
   }
