@@ -18,18 +18,18 @@ public:
   enum Place { HERE, NEW_PID_NAMESPACE, UNPRIVILEGED };
   explicit Program(std::vector<const char*> arguments, Place place = HERE)
       : _output(memfd_create("output", 0)), _child([&] { return Start(arguments, place); }) {}
-  void Signal(int signal) const { kill(_child.pid, signal); }
+  void Signal(int signal) const { kill(_child.pid, signal); }  // 0: none
   std::string Text() const {
     std::string text(1 << 16, '\0');
-    const ssize_t length = pread(_output, text.data(), text.size(), 0);
-    return text.substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    EXPECT_GE(pread(_output, text.data(), text.size(), 0), 0);
+    return text.substr(0, text.find('\0'));
   }
-  bool Says(const std::string& text) const { return Text().find(text) != std::string::npos; }
-  bool SaysInTime(const std::string& text) const {
-    return Await([&] { return Says(text); });
+  bool Says(const std::string& text) const {
+    return Await([&] { return Text().find(text) != std::string::npos; });
   }
-  /// Waits for its end.
-  void Expect(int exitCode, const std::string& text) {
+  /// Waits for its end, after a signal if one is given.
+  void Expect(int exitCode, const std::string& text, int signal = 0) {
+    Signal(signal);
     EXPECT_EQ(_child.Wait(), exitCode);
     EXPECT_TRUE(Says(text)) << "'" << text << "' is not in\n" << Text();
   }
@@ -39,12 +39,11 @@ private:
     dup2(_output, STDOUT_FILENO);
     dup2(_output, STDERR_FILENO);
     arguments.push_back(nullptr);
+    const auto run = [&] { return execv(arguments[0], const_cast<char**>(arguments.data())); };
     if (place == UNPRIVILEGED)
       prctl(PR_CAPBSET_DROP, 15);  // CAP_IPC_OWNER: permissions hold for root, too
-    if (place == NEW_PID_NAMESPACE && unshare(CLONE_NEWPID) == 0)
-      return Child([&] { return execv(arguments[0], const_cast<char**>(arguments.data())); })
-          .Wait();
-    return execv(arguments[0], const_cast<char**>(arguments.data()));
+    const bool isApart = place == NEW_PID_NAMESPACE && unshare(CLONE_NEWPID) == 0;
+    return isApart ? Child(run).Wait() : run();
   }
 
   const int _output;  // closed with the test
@@ -72,8 +71,6 @@ void ForbiddenQueueMake() {
   shmctl(shmget(KEY, 0, 0), IPC_SET, &state);
 }
 
-void SegmentMake(std::size_t size) { ASSERT_GE(shmget(KEY, size, IPC_CREAT | 0600), 0); }
-
 void LimitSet(const char* name, const char* value) {
   std::ofstream file(std::string("/proc/sys/kernel/") + name);
   if (!(file << value << std::flush))
@@ -84,54 +81,42 @@ void LimitSet(const char* name, const char* value) {
 
 TEST_F(Logger, TakesOverAfterEachKillAndLosesNothingThatWaits) {
   Program first({LOGGER});
-  ASSERT_TRUE(first.SaysInTime("is there"));
+  ASSERT_TRUE(first.Says("is there"));
   Program sensor({SENSOR, "--sensor", "5", "--period", "20"});
-  EXPECT_TRUE(first.SaysInTime("sensor 5: new"));
-  first.Signal(SIGKILL);
-  first.Expect(-SIGKILL, "");
+  EXPECT_TRUE(first.Says("sensor 5: new"));
+  first.Expect(-SIGKILL, "", SIGKILL);
   for (const int number : {1, 3, 7}) {
     ReadingSend(6, number);
     Program({LOGGER}).Expect(4, "go on with it by --take-over");
     Program adopter({LOGGER, "--take-over"});
-    EXPECT_TRUE(adopter.SaysInTime("sensor 6: #" + std::to_string(number))) << adopter.Text();
+    EXPECT_TRUE(adopter.Says("sensor 6: #" + std::to_string(number))) << adopter.Text();
     Program({LOGGER, "--take-over"}).Expect(3, "another logger serves queue 7");
-    adopter.Signal(SIGKILL);
-    adopter.Expect(-SIGKILL, "");
+    adopter.Expect(-SIGKILL, "", SIGKILL);
   }
-  sensor.Signal(SIGTERM);
-  sensor.Expect(0, " 0 lost");
+  sensor.Expect(0, " 0 lost", SIGTERM);
   ReadingSend(6, 8);
   Program last({LOGGER, "--take-over"});
-  EXPECT_TRUE(last.SaysInTime("sensor 6: #8"));
-  last.Signal(SIGTERM);
-  last.Expect(0, ", 0 missing");
+  EXPECT_TRUE(last.Says("sensor 6: #8"));
+  last.Expect(0, ", 0 missing", SIGTERM);
   EXPECT_EQ(HostText(), "0/0") << "removed, although another process made it";
 }
 
 TEST_F(Logger, SaysWhyItDoesNotGetItsQueue) {
-  const struct {
-    const char* name;
-    std::function<void()> prepare;
-    Program::Place place;
-    int exitCode;
-    const char* text;
-  } rows[] = {
-      {"maker lives", [] { ShmMsgQImpl(1, DEFAULT_QUEUE_ID, 100); }, Program::HERE, 3,
-       "which lives: end that one first"},
-      {"maker in another PID namespace", OrphanMake, Program::NEW_PID_NAMESPACE, 3,
-       "cannot be seen from here"},
-      {"foreign segment", [] { SegmentMake(100); }, Program::HERE, 3, "is not a queue"},
-      {"tiny segment", [] { SegmentMake(3); }, Program::HERE, 3, "is not a queue"},
-      {"no permission", ForbiddenQueueMake, Program::UNPRIVILEGED, 3, "belongs to another user"},
-      {"taken mutex alone", [] { NamedMutexTake(NamedMutexNew(MUTEX_KEY)); }, Program::HERE, 3,
-       "vorndiag queue 7`, remove it"},
-      {"bytes of a segment", [] { LimitSet("shmmax", "65548"); }, Program::HERE, 1,
-       "65549 bytes in one segment; the host allows 65548"},
-      {"number of segments", [] { LimitSet("shmmni", "0"); }, Program::HERE, 1, "kernel.shmmni"},
-      {"memory", [] { LimitSet("shmall", "16"); }, Program::HERE, 1, "17 pages of all segments"},
-      {"number of sets", [] { LimitSet("sem", "250 32000 32 1"); }, Program::HERE, 1,
-       "`sysctl kernel.sem`"},
+  using enum Program::Place;
+  // clang-format off
+  const struct { const char* name; void (*prepare)(); Program::Place place; int exitCode; const char* text; } rows[] = {
+      {"maker lives", [] { ShmMsgQImpl(1, DEFAULT_QUEUE_ID, 100); }, HERE, 3, "which lives: end that one first"},
+      {"maker in another PID namespace", OrphanMake, NEW_PID_NAMESPACE, 3, "cannot be seen from here"},
+      {"foreign segment", [] { shmget(KEY, 100, IPC_CREAT | 0600); }, HERE, 3, "is not a queue"},
+      {"tiny segment", [] { shmget(KEY, 3, IPC_CREAT | 0600); }, HERE, 3, "is not a queue"},
+      {"no permission", ForbiddenQueueMake, UNPRIVILEGED, 3, "belongs to another user"},
+      {"taken mutex alone", [] { NamedMutexTake(NamedMutexNew(MUTEX_KEY)); }, HERE, 3, "vorndiag queue 7`, remove it"},
+      {"bytes of a segment", [] { LimitSet("shmmax", "65548"); }, HERE, 1, "65549 bytes in one segment; the host allows 65548"},
+      {"number of segments", [] { LimitSet("shmmni", "0"); }, HERE, 1, "kernel.shmmni"},
+      {"memory", [] { LimitSet("shmall", "16"); }, HERE, 1, "17 pages of all segments"},
+      {"number of sets", [] { LimitSet("sem", "250 32000 32 1"); }, HERE, 1, "`sysctl kernel.sem`"},
   };
+  // clang-format on
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     ASSERT_TRUE(HostFresh());
@@ -147,10 +132,7 @@ TEST_F(Logger, SaysWhyItDoesNotGetItsQueue) {
 
 TEST_F(Logger, LeavesAQueueAloneFromWhichSomebodyElseReceives) {
   OrphanMake();
-  Child receiver([] {
-    char byte = 0;
-    return ShmMsgQImpl(1, DEFAULT_QUEUE_ID).Recv(&byte, 1);
-  });
+  Child receiver([] { return Queue(1, DEFAULT_QUEUE_ID).Receive(1).empty() ? 0 : 1; });
   ASSERT_TRUE(WaiterAwait(NamedSemaphoreNew(KEY, 0)));
   Program({LOGGER, "--take-over"}).Expect(3, "another process receives from it");
 }
@@ -158,32 +140,29 @@ TEST_F(Logger, LeavesAQueueAloneFromWhichSomebodyElseReceives) {
 TEST_F(Logger, EndsPromptlyAtEachSignalAndRemovesItsQueue) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     Program logger({LOGGER});
-    ASSERT_TRUE(logger.SaysInTime("is there"));
+    ASSERT_TRUE(logger.Says("is there"));
     ASSERT_TRUE(WaiterAwait(NamedSemaphoreNew(KEY, 0)));
-    logger.Signal(signal);
-    logger.Expect(0, "0 readings of 0 sensors, 0 missing");
-    EXPECT_FALSE(logger.Says("it is removed as it is")) << "which comes after two seconds";
+    logger.Expect(0, "0 readings of 0 sensors, 0 missing", signal);
+    EXPECT_EQ(logger.Text().find("as it is"), std::string::npos) << "comes after two seconds";
     EXPECT_EQ(HostText(), "0/0") << strsignal(signal);
   }
 }
 
 TEST_F(Logger, BothProgramsEndBesideTheMutexOfADeadSender) {
   Program logger({LOGGER});
-  ASSERT_TRUE(logger.SaysInTime("is there"));
+  ASSERT_TRUE(logger.Says("is there"));
   const int mutex = NamedMutexNew(MUTEX_KEY);
   ASSERT_EQ(NamedMutexTake(mutex), 1);
   Program sensor({SENSOR, "--period", "1"});
   ASSERT_TRUE(WaiterAwait(mutex));
-  sensor.Signal(SIGTERM);
-  sensor.Expect(3, "--give-mutex");
-  logger.Signal(SIGTERM);
-  logger.Expect(0, "it is removed as it is");
+  sensor.Expect(3, "--give-mutex", SIGTERM);
+  logger.Expect(0, "it is removed as it is", SIGTERM);
   EXPECT_EQ(HostText(), "0/0");
 }
 
 TEST_F(Logger, CountsGapsOfEachSensorAndIgnoresWhatIsNoReading) {
   Program logger({LOGGER, "--count", "6"});
-  ASSERT_TRUE(logger.SaysInTime("is there"));
+  ASSERT_TRUE(logger.Says("is there"));
   ASSERT_EQ(ShmMsgQImpl(1, DEFAULT_QUEUE_ID).Send("", 0), 1) << "ends it only when it is to end";
   const struct { int sensor, number; } sent[] = {{1, 1}, {2, 10}, {1, 2}, {1, 5}, {2, 12}, {1, 1}};
   for (const auto& reading : sent)
@@ -196,16 +175,14 @@ TEST_F(Logger, CountsGapsOfEachSensorAndIgnoresWhatIsNoReading) {
 
 TEST_F(Logger, SensorTellsAFullQueueFromNoLoggerAndFindsTheNextOne) {
   Program sensor({SENSOR, "--sensor", "3", "--period", "1"});
-  EXPECT_TRUE(sensor.SaysInTime("sensor 3: no logger on queue 7"));
+  EXPECT_TRUE(sensor.Says("sensor 3: no logger on queue 7"));
   Program logger({LOGGER, "--size", "60"});
-  EXPECT_TRUE(sensor.SaysInTime("sensor 3: queue 7 takes readings again"));
-  EXPECT_TRUE(logger.SaysInTime("sensor 3: new"));
+  EXPECT_TRUE(sensor.Says("sensor 3: queue 7 takes readings again"));
+  EXPECT_TRUE(logger.Says("sensor 3: new"));
   logger.Signal(SIGSTOP);
-  EXPECT_TRUE(sensor.SaysInTime("sensor 3: queue 7 is full"));
-  sensor.Signal(SIGTERM);
-  sensor.Expect(3, "readings sent");
+  EXPECT_TRUE(sensor.Says("sensor 3: queue 7 is full"));
+  sensor.Expect(3, "readings sent", SIGTERM);
   logger.Signal(SIGTERM);
-  logger.Signal(SIGCONT);
-  logger.Expect(0, " of 1 sensors");  // the message that ends it has waited for room
+  logger.Expect(0, " of 1 sensors", SIGCONT);  // the message that ends it has waited for room
   EXPECT_EQ(HostText(), "0/0");
 }
