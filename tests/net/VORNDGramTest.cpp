@@ -1,4 +1,5 @@
 #include "platform/VornCDRStream.h"
+#include "support/Results.h"
 #include "support/ScriptedInterfaces.h"
 
 namespace {
@@ -35,21 +36,23 @@ TEST_F(Endpoint, AdoptsADescriptorThenSetsOptionsUpToTheFirstFailure) {
 
 TEST_F(Endpoint, WithoutMemoryOrSocketHoldsNothingAndRefusesEverything) {
   const InterfaceTable table({{0x0A000001, UP | CAST}});
+  VORNMulticastProperties multicast{1, 1, 1};
+  KELNtpTime wait;
   for (const int failing : {1, 2, 0}) {
     System().failingAllocation = System().allocations + failing;
     Script().dgramInitializeFails = failing == 0;
     Script().calls.clear();
     VORNDGram dgram(1, -1, nullptr, 7);
-    VORNMulticastProperties multicast{1, 1, 1};
-    EXPECT_EQ(Script().openSockets + dgram.IsValid() + dgram.SendTo(nullptr, nullptr) +
-                  dgram.RecvMulticastInitialize(1) + dgram.RecvMulticastAdd(GROUP) +
-                  dgram.RecvMulticastRemove(GROUP) + dgram.RecvMulticastGroupJoin(GROUP) +
-                  dgram.SendMulticastInitialize(&multicast, 1),
-              0);
-    KELNtpTime wait;
-    EXPECT_TRUE(dgram.HasDataWithSleep(&wait) == -1 && errno == EBADF);
-    const std::string made = failing == 0 ? "KelDGramInitialize; " : "";
-    EXPECT_EQ(CallsTake(), made + "KelDGramRelease");
+    // clang-format off
+    ResultsExpect(0, {{"sockets", Script().openSockets}, {"valid", dgram.IsValid()}, {"send", dgram.SendTo(nullptr, nullptr)},
+                      {"receive", dgram.RecvMulticastInitialize(1)}, {"multicast", dgram.SendMulticastInitialize(&multicast, 1)},
+                      {"add", dgram.RecvMulticastAdd(GROUP)}, {"remove", dgram.RecvMulticastRemove(GROUP)},
+                      {"join", dgram.RecvMulticastGroupJoin(GROUP)}});
+    // clang-format on
+    EXPECT_EQ(dgram.HasDataWithSleep(&wait), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(CallsTake(),
+              failing == 0 ? "KelDGramInitialize; KelDGramRelease" : "KelDGramRelease");
   }
 }
 
@@ -74,23 +77,27 @@ TEST_F(Endpoint, WaitsWithOneSelect) {
   Script().descriptor = FD_SETSIZE - 1;
   VORNDGram dgram(0, 0, nullptr, -1), tooLarge(0, 0, nullptr, -1);
   CallsTake();
-  const auto expect = [&](KELNtpTime timeout, long seconds, long microseconds) {
-    System().select = [&](int count, fd_set* readable, timeval* wait) {
+  const std::pair<KELNtpTime, timeval> rows[] = {{{0, UINT32_MAX}, {1, 0}},
+                                                 {{0, 0x80000000}, {0, 500000}},
+                                                 {{INT32_MAX, UINT32_MAX}, {INT32_MAX, 1000000}},
+                                                 {{-3, 2145}, {-3, 1}}};
+  for (auto [timeout, expected] : rows) {
+    SCOPED_TRACE(timeout.sec);
+    System().select = [wanted = expected](int count, fd_set* readable, timeval* wait) {
       fd_set only{};
       FD_SET(FD_SETSIZE - 1, &only);
-      EXPECT_TRUE(count == FD_SETSIZE && std::memcmp(readable, &only, sizeof only) == 0);
-      EXPECT_TRUE(wait->tv_sec == seconds && wait->tv_usec == microseconds) << timeout.sec;
+      EXPECT_EQ(count, FD_SETSIZE);
+      EXPECT_EQ(std::memcmp(readable, &only, sizeof only), 0);
+      EXPECT_EQ(wait->tv_sec, wanted.tv_sec);
+      EXPECT_EQ(wait->tv_usec, wanted.tv_usec);
       return 9;
     };
     EXPECT_EQ(dgram.HasDataWithSleep(&timeout), 9);
     EXPECT_EQ(dgram.HasDataWithSleep(nullptr), -1);
-    EXPECT_TRUE(tooLarge.HasDataWithSleep(&timeout) == -1 && errno == EINVAL);
+    EXPECT_EQ(tooLarge.HasDataWithSleep(&timeout), -1);
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(CallsTake(), "select");
-  };
-  expect({0, UINT32_MAX}, 1, 0);
-  expect({0, 0x80000000}, 0, 500000);
-  expect({INT32_MAX, UINT32_MAX}, INT32_MAX, 1000000);
-  expect({-3, 2145}, -3, 1);
+  }
 }
 
 TEST_F(Endpoint, BindsTheMulticastPortItIsAskedFor) {
@@ -105,6 +112,68 @@ TEST_F(Endpoint, BindsTheMulticastPortItIsAskedFor) {
   expect(0, 7400, "; bind 0 7400", {1, "VORN: Multicast Port specified 7400\n"});
   expect(0, 0, "; bind 0 0", {0, "VORN: Unable to bind to multicast port 0\n"});
   expect(EPERM, 7400, "", {0, "VORN: Unable to reuse addr\n"});
+}
+
+const std::vector<ScriptedInterface> FOUR{
+    {1, LOOP | UP | CAST}, {0x0A000001, UP | CAST}, {0x0A000002, CAST}, {3, UP | CAST}};
+
+TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
+  const InterfaceTable table(FOUR);
+  VORNDGram deaf(0, 0, nullptr, -1);
+  {
+    VORNDGram dgram(1, 0, nullptr, -1);
+    CallsTake();
+    const auto expect = [&](auto change, int result, const std::string& calls) {
+      EXPECT_EQ((dgram.*change)(GROUP), result) << calls;
+      EXPECT_EQ((dgram.*change)(9), 0);
+      EXPECT_EQ((deaf.*change)(GROUP), 0);
+      EXPECT_EQ(CallsTake(), calls);
+    };
+    constexpr auto join = &VORNDGram::RecvMulticastGroupJoin;
+    constexpr auto leave = &VORNDGram::RecvMulticastGroupLeave;
+    const std::string joined = "optionSet 10 ef010101 0a000001; optionSet 10 ef010101 00000003";
+    expect(join, 1, joined);
+    expect(join, 1, "");
+    expect(leave, 1, "");
+    Script().optionErrno[KEL_DGRAM_OPT_DROP_MEMBERSHIP] = {ENODEV, ENODEV};
+    expect(leave, 1, "optionSet 8 ef010101 0a000001; optionSet 8 ef010101 00000003");
+    expect(leave, 0, "");
+    expect(join, 1, joined);
+    expect(join, 1, "");
+    for (const int failing : {1, 2, 0}) {
+      System().failingAllocation = System().allocations + failing;
+      EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP + 1), failing == 0 ? 1 : 0) << failing;
+    }
+    VORN_NIC[3].flags = NIC_MULTICAST;
+    CallsTake();
+  }
+  EXPECT_EQ(CallsTake(), "optionSet 8 ef010101 0a000001; optionSet 8 ef010102 0a000001; "
+                         "KelDGramRelease");
+}
+
+TEST_F(Endpoint, CountsNoJoinThatFails) {
+  const std::string failed = "VORN: unable to add multicast address 239.1.1.1 on interface ";
+  const std::pair<std::vector<int>, std::vector<Message>> rows[] = {
+      {{EADDRINUSE, EADDRINUSE}, {}},
+      {{ENOBUFS, 7}, {{0, failed + "10.0.0.1\n"}, {1, "VORN: socket error 105\n"}}},
+      {{0, ENODEV, 7}, {{0, failed + "0.0.0.3\n"}, {1, "VORN: socket error 19\n"}}}};
+  for (const auto& row : rows) {
+    const InterfaceTable table(FOUR);
+    MessagesExpect(row.second, [&] {
+      VORNDGram dgram(1, 0, nullptr, -1);
+      auto& left = Script().optionErrno[KEL_DGRAM_OPT_ADD_MEMBERSHIP] = row.first;
+      const int joined = row.second.empty() ? 1 : 0;
+      EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), joined);
+      EXPECT_EQ(left.size(), row.second.empty() ? 0U : 1U) << row.first[0];
+      EXPECT_EQ(dgram.RecvMulticastGroupLeave(GROUP), joined);
+    });
+  }
+  VORNDGram dgram(1, 0, nullptr, -1);
+  EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), 0) << "without a table";
+  EXPECT_EQ(dgram.RecvMulticastRemove(GROUP), 0);
+  const InterfaceTable incapable({FOUR[0], FOUR[2]});
+  EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), 1);
+  EXPECT_EQ(CallsTake().find("optionSet"), std::string::npos);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "net/VORNNICProperties.h"
+#include "net/miscIPUtils.h"
 #include "support/ScriptedInterfaces.h"
 
 #include <utility>
@@ -6,6 +7,7 @@
 namespace {
 
 using InterfaceList = Scripted;
+using Class = VORNDGramClass;
 using Nics = std::vector<std::pair<unsigned int, unsigned int>>;
 
 // The table that is made; the socket for it is gone afterwards.
@@ -20,37 +22,32 @@ Nics Acquired() {
   return nics;
 }
 
-const char* const LISTED = "VORN: Acquired network interfaces:\n";
+const Message LISTED{1, "VORN: Acquired network interfaces:\n"};
 
 TEST_F(InterfaceList, TakesAddressesFromTheListAndFlagsFromTheReply) {
-  MessagesExpect(
-      {{1, LISTED},
-       {1, "VORN: Interface: 127.0.0.1 (LOOPBACK,UP)\n"
-           "VORN: Interface: 10.0.0.4 (LOOPBACK,MULTICAST,)\n"
-           "VORN: Interface: 10.0.0.5 ()\n"
-           "VORN: Interface: 10.0.0.3 (MULTICAST,BROADCAST,UP)\n"}},
-      [] {
-        InterfacesScript({{0x7F000001, LOOP | UP | IFF_RUNNING},
-                          {0x0A000001, UP, AF_INET6},
-                          {0x0A000004, LOOP | CAST},
-                          {0x0A000002, UP, AF_INET, false},
-                          {0, UP | CAST},
-                          {0x0A000005, 0},
-                          {0x0A000003, CAST | UP | BROAD}});
-        EXPECT_EQ(Acquired(),
-                  (Nics{{0x7F000001, 0x12}, {0x0A000004, 6}, {0x0A000005, 0}, {0x0A000003, 0x15}}));
-      });
+  const Message records{1, "VORN: Interface: 127.0.0.1 (LOOPBACK,UP)\n"
+                           "VORN: Interface: 10.0.0.4 (LOOPBACK,MULTICAST,)\n"
+                           "VORN: Interface: 10.0.0.5 ()\n"
+                           "VORN: Interface: 10.0.0.3 (MULTICAST,BROADCAST,UP)\n"};
+  const Nics nics{{0x7F000001, 0x12}, {0x0A000004, 6}, {0x0A000005, 0}, {0x0A000003, 0x15}};
+  MessagesExpect({LISTED, records}, [&] {
+    // clang-format off
+    InterfacesScript({{0x7F000001, LOOP | UP | IFF_RUNNING}, {0x0A000001, UP, AF_INET6}, {0x0A000004, LOOP | CAST},
+                      {0x0A000002, UP, AF_INET, false}, {0, UP | CAST}, {0x0A000005, 0}, {0x0A000003, CAST | UP | BROAD}});
+    // clang-format on
+    EXPECT_EQ(Acquired(), nics);
+  });
   InterfacesScript(std::vector<ScriptedInterface>(40, {1, 0}));  // more than there is room for
   EXPECT_EQ(Acquired(), Nics(32, {1, 0}));
 }
 
 TEST_F(InterfaceList, StandsInForWhatCannotBeRead) {
-  const char* assumed = "VORN: Unable to acquire interface information.\n"
-                        "VORN: Default interface assumed.\n";
+  const Message assumed{0, "VORN: Unable to acquire interface information.\n"
+                           "VORN: Default interface assumed.\n"};
+  const Message failed{0, "VORN: failed to get interfaces: ioctl returned -3, errno=25\n"};
   for (const int nameResult : {0, -1}) {
     const Message unknown{1, nameResult == 0 ? "VornStringToAddress:: host  not found.\n" : ""};
-    const auto expect = [&](std::vector<Message> messages, const std::function<void()>& situation) {
-      messages.push_back(unknown);
+    const auto expect = [&](const std::vector<Message>& messages, auto situation) {
       MessagesExpect(messages, [&] {
         System().gethostname = [&](char* name) { return *name = '\0', nameResult; };
         System().gethostbyname = [](const char*) { return static_cast<hostent*>(nullptr); };
@@ -58,10 +55,10 @@ TEST_F(InterfaceList, StandsInForWhatCannotBeRead) {
         EXPECT_EQ(Acquired(), (Nics{{0, 0x15}, {0x7F000001, 0x17}}));
       });
     };
-    expect({{0, "VORN: failed to get interfaces: ioctl returned -3, errno=25\n"}, {0, assumed}},
+    expect({failed, assumed, unknown},
            [] { System().ioctl = [](unsigned long, void*) { return errno = 25, -3; }; });
-    expect({{1, LISTED}, {0, assumed}}, [] { InterfacesScript({{0, UP}}); });
-    expect({{0, "VORN: Unable to allocate object dgram\n"}},
+    expect({LISTED, assumed, unknown}, [] { InterfacesScript({{0, UP}}); });
+    expect({{0, "VORN: Unable to allocate object dgram\n"}, unknown},
            [] { Script().dgramInitializeFails = true; });
   }
 }
@@ -73,13 +70,49 @@ TEST_F(InterfaceList, RefusesANullCountFirstInWordsReadWhenPrinted) {
         VORNNICProperties nic{};
         EXPECT_EQ(NicInterfaceGet(nullptr, nullptr), 0);
         EXPECT_EQ(NicInterfaceGet(nullptr, &VORN_NIC_COUNT), 0);
-        EXPECT_EQ(NicInterfaceUNIXVxWorksGet(&nic, nullptr) + NicDefaultGet(&nic, nullptr), 0);
+        EXPECT_EQ(NicInterfaceUNIXVxWorksGet(&nic, nullptr), 0);
+        EXPECT_EQ(NicDefaultGet(&nic, nullptr), 0);
         const char* const prefix = std::exchange(WarnPreUtilsInit, "X");
         const char* const format = std::exchange(WarnFrmUtilsNULLParam, "%s<%s>");
         EXPECT_EQ(NicInterfaceGet(&nic, nullptr), 0);
         WarnPreUtilsInit = prefix;
         WarnFrmUtilsNULLParam = format;
       });
+}
+
+constexpr unsigned int DOWN = 0x0A000001;  // an interface of the first list only
+
+TEST_F(InterfaceList, LivesFromFirstUserToLastAndIsReadOnce) {
+  // clang-format off
+  const struct Row { const char* name; int (*operation)(); int result, users, records, isCapable; unsigned int downMapped; } rows[] = {
+      {"without memory", Class::NICInitialize, 0, -3, 0, 0, DOWN},
+      {"first user", Class::NICInitialize, 1, 1, 2, 0, VORN_LOOPBACK_ADDRESS},
+      {"second user", Class::NICInitialize, 1, 2, 2, 0, VORN_LOOPBACK_ADDRESS},
+      {"one leaves", Class::NICDestroy, 1, 1, 2, 0, VORN_LOOPBACK_ADDRESS},
+      {"the last leaves", Class::NICDestroy, 1, 0, 0, 0, DOWN},
+      {"a user of the second list", Class::NICInitialize, 1, 1, 1, 1, DOWN},
+      {"leaves", Class::NICDestroy, 1, 0, 0, 0, DOWN}};
+  // clang-format on
+  Class::NICReferenceCount = -3;
+  InterfacesScript({{VORN_LOOPBACK_ADDRESS, LOOP | UP | CAST}, {DOWN, CAST}});
+  System().failingAllocation = 1;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(row.operation(), row.result);
+    EXPECT_EQ(Class::NICReferenceCount, row.users);
+    EXPECT_EQ(VORN_NIC_COUNT, row.records);
+    EXPECT_EQ(Class::NICIsValid(), row.records > 0 ? 1 : 0);
+    EXPECT_EQ(Class::NICIsMulticastSupported(), row.isCapable);
+    EXPECT_EQ(Class::NICHostIPMap(DOWN), row.downMapped);
+    EXPECT_EQ(Class::NICIsThisNodeIP(VORN_LOOPBACK_ADDRESS), 1);
+    if (row.users > 0)
+      InterfacesScript({{0x0A000002, UP | CAST}});
+  }
+  EXPECT_EQ(Script().threadLocks, 7);
+  EXPECT_EQ(Script().threadUnlocks, 7);
+  MessagesExpect({{1, "VORN: can't destroy NIC list, refcount already 0 (too many calls to "
+                      "VornAppDestroy?)\n"}},
+                 [] { EXPECT_EQ(Class::NICDestroy(), 0); });
 }
 
 }  // namespace

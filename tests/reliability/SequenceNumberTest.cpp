@@ -1,8 +1,7 @@
 #include "reliability/SequenceNumber.h"
 
+#include "support/Results.h"
 #include "support/ScriptedLayer.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <climits>
@@ -38,15 +37,14 @@ TEST(SequenceNumber, ComputesAndOrdersLikeA64BitInteger) {
       EXPECT_EQ(Joined(number - other), a - b);
       EXPECT_EQ(number.Distance(other),
                 static_cast<int>(std::min<std::uint64_t>(x < y ? b - a : a - b, INT_MAX)));
-      EXPECT_TRUE((number < other) == (x < y) && (number <= other) == (x <= y));
-      EXPECT_TRUE((number > other) == (x > y) && (number >= other) == (x >= y));
-      EXPECT_TRUE((number == other) == (x == y) && (number != other) == (x != y));
+      EXPECT_EQ(Order(number, other), Order(x, y)) << x << ' ' << y;
       const int n = static_cast<int>(y);
       if (n != y)
         continue;
       SequenceNumber sum = number;
       EXPECT_EQ(Joined(sum.Add(n)), a + b);
-      EXPECT_TRUE(sum == number + n && Joined(sum) == a + b);
+      EXPECT_EQ(Joined(sum), a + b);
+      EXPECT_EQ(Joined(number + n), a + b);
       EXPECT_EQ(Joined(number - n), a - b);
       EXPECT_EQ(Joined(SequenceNumber(n)), b);
     }
@@ -54,20 +52,18 @@ TEST(SequenceNumber, ComputesAndOrdersLikeA64BitInteger) {
 }
 
 TEST(SequenceNumber, ReadsPairsAsSignAndMagnitudeAndShowsThem) {
-  struct Row {
-    SequenceNumber number;
-    std::uint64_t stored;
-    const char *text, *printed;
-  };
-  for (const Row& row :
-       {Row{{2, 5}, 0x200000005, "(2,5)", "(2,5)"},
-        Row{{-3}, 0 - 3ULL, "-(0,3)", "(-1,4294967293)"},
-        Row{{-1, 5}, 0 - 0x100000005ULL, "-(1,5)", "(-2,4294967291)"},
-        Row{{-1, 0}, 0 - 0x100000000ULL, "-(1,0)", "(-1,0)"},
-        Row{{-INT_MAX, UINT_MAX}, (1ULL << 63) + 1, "-(2147483647,4294967295)", "(-2147483648,1)"},
-        Row{{INT_MIN, 0}, 1ULL << 63, "-(-2147483648,0)", "(-2147483648,0)"},
-        Row{{INT_MIN, 1}, INT64_MAX, "(2147483647,4294967295)", "(2147483647,4294967295)"},
-        Row{{ABOVE_32_BITS + 2, ABOVE_32_BITS + 5}, 0x200000005, "(2,5)", "(2,5)"}}) {
+  // clang-format off
+  struct Row { SequenceNumber number; std::uint64_t stored; const char *text, *printed; };
+  for (const Row& row : {
+           Row{{2, 5}, 0x200000005, "(2,5)", "(2,5)"},
+           {{-3}, 0 - 3ULL, "-(0,3)", "(-1,4294967293)"},
+           {{-1, 5}, 0 - 0x100000005ULL, "-(1,5)", "(-2,4294967291)"},
+           {{-1, 0}, 0 - 0x100000000ULL, "-(1,0)", "(-1,0)"},
+           {{-INT_MAX, UINT_MAX}, (1ULL << 63) + 1, "-(2147483647,4294967295)", "(-2147483648,1)"},
+           {{INT_MIN, 0}, 1ULL << 63, "-(-2147483648,0)", "(-2147483648,0)"},
+           {{INT_MIN, 1}, INT64_MAX, "(2147483647,4294967295)", "(2147483647,4294967295)"},
+           {{ABOVE_32_BITS + 2, ABOVE_32_BITS + 5}, 0x200000005, "(2,5)", "(2,5)"}}) {
+    // clang-format on
     EXPECT_EQ(Joined(row.number), row.stored) << row.text;
     char text[SequenceNumber::TEXT_SIZE];
     EXPECT_STREQ(row.number.ToString(text, 0), row.text);
@@ -80,22 +76,15 @@ TEST(SequenceNumber, ReadsPairsAsSignAndMagnitudeAndShowsThem) {
 }
 
 TEST(SequenceNumber, IsSetFromTheSignOfAWholeLongAndItsLowWord) {
-  constexpr bool IS_NARROW = sizeof(long) == 4;
-  struct Row {
-    long value;
-    std::int32_t high;
-    std::uint32_t low;
-  };
-  const Row rows[] = {
-      {-3, -1, 4294967293},
-      {ABOVE_32_BITS - 1, IS_NARROW ? -1 : 0, 4294967295},
-      {5 - ABOVE_32_BITS, IS_NARROW ? 0 : -1, 5},
-  };
-  for (const Row& row : rows) {
+  constexpr int NARROW = sizeof(long) == 4 ? -1 : 0;
+  const std::pair<long, SequenceNumber> rows[] = {
+      {-3, SequenceNumber::FromInteger(-3)},
+      {ABOVE_32_BITS - 1, SequenceNumber::FromInteger(NARROW * (1LL << 32) + 4294967295)},
+      {5 - ABOVE_32_BITS, SequenceNumber::FromInteger((-1LL - NARROW) * (1LL << 32) + 5)}};
+  for (const auto& [value, expected] : rows) {
     SequenceNumber number(4, 4);
-    number.Set(row.value);
-    EXPECT_EQ(number.high, row.high) << row.value;
-    EXPECT_EQ(number.low, row.low) << row.value;
+    number.Set(value);
+    EXPECT_EQ(number, expected) << value;
   }
 }
 

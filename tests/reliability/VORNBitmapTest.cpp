@@ -1,8 +1,7 @@
 #include "reliability/VORNBitmap.h"
 
+#include "support/Results.h"
 #include "support/ScriptedSystem.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <climits>
@@ -85,7 +84,7 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
     const SequenceNumber sn = bitmap.lead + k;
     const bool inRange = k >= 0 && k < size;
     int bit = 7;
-    EXPECT_EQ(bitmap.BitInRange(sn) + bitmap.BitGet(sn, &bit), inRange ? 2 : 0);
+    ResultsExpect(inRange, {{"is in", bitmap.BitInRange(sn)}, {"get", bitmap.BitGet(sn, &bit)}});
     EXPECT_EQ(bit, inRange ? *model.At(k) : 7);
     EXPECT_EQ(bitmap.BitMaxGet().IntegerGet(), model.lead + (size - 1));
     EXPECT_EQ(Text(bitmap), model.Text());
@@ -98,11 +97,12 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
     }
     Model copied(copy);  // after the words in use the copy keeps its own
     std::copy(model.At(0), model.At(model.End()), copied.At(0));
-    EXPECT_EQ(copy.Copy(bitmap) + bitmap.Copy(bitmap), 2);
+    ResultsExpect(1, {{"copy", copy.Copy(bitmap)}, {"to itself", bitmap.Copy(bitmap)}});
     EXPECT_EQ(Model(copy).bits, copied.bits);
     const int flipped = pick(256);
     copy.words[flipped / 32] ^= 1U << (31 - flipped % 32);
-    EXPECT_TRUE((copy == bitmap) == (flipped >= size) && (copy != bitmap) == (flipped < size));
+    EXPECT_EQ(copy == bitmap, flipped >= size);
+    EXPECT_EQ(copy != bitmap, flipped < size);
 
     if (operation == 0) {
       EXPECT_EQ(bitmap.BitSet(sn, -value), inRange);
@@ -129,37 +129,44 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
 TEST(Bitmap, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   Bitmap bitmap(256, SequenceNumber(9), 1);
   EXPECT_EQ(bitmap.Init(SequenceNumber(0), 33, 0), 1);
-  EXPECT_TRUE(bitmap.words[1] == 0 && bitmap.words[2] == ONES);
-  EXPECT_EQ(bitmap.Init(SequenceNumber(0), 999, 1) + bitmap.size + bitmap.Has(0), 257);
+  EXPECT_EQ(bitmap.words[1], 0U);
+  EXPECT_EQ(bitmap.words[2], ONES);
+  EXPECT_EQ(bitmap.Init(SequenceNumber(0), 999, 1), 1);
+  EXPECT_EQ(bitmap.size, 256);
+  EXPECT_EQ(bitmap.Has(0), 0);
   bitmap.size = 999;  // by hand: what lies after the block stays out of reach
   EXPECT_EQ(bitmap.BitSet(bitmap.lead + 256, 1), 0);
-  EXPECT_EQ(bitmap.LeadMove(SequenceNumber(1, 0)) + bitmap.size, 1);
+  EXPECT_EQ(bitmap.LeadMove(SequenceNumber(1, 0)), 1);
+  EXPECT_EQ(bitmap.size, 0);
   EXPECT_EQ(bitmap.lead, SequenceNumber(0, INT_MAX));
-  // The range of numbers ends within this one.
-  Bitmap beyond(9, SequenceNumber::FromInteger(INT64_MAX - 8), 1);
-  SequenceNumber first;
-  EXPECT_EQ(beyond.BitSet(beyond.lead, 0) + beyond.Truncate(beyond.lead) +
-                beyond.BitFirstGet(beyond.lead, 1, &first),
-            0);
+  // The range of numbers ends within this one; a negative size reaches round from the least one.
+  Bitmap beyond(9, SequenceNumber::FromInteger(INT64_MAX - 8), 1), least(-5, {INT_MIN, 0}, 0);
+  // clang-format off
+  ResultsExpect(0, {{"set", beyond.BitSet(beyond.lead, 0)}, {"truncate", beyond.Truncate(beyond.lead)},
+                    {"first", beyond.BitFirstGet(beyond.lead, 1, &bitmap.lead)},
+                    {"set after the least", least.BitSet(least.lead + 100000, 1)}, {"truncate", least.Truncate(SequenceNumber(5))}});
+  // clang-format on
 }
 
 TEST(Bitmap, KeepsNegativeArgumentsButNoBits) {
+  // clang-format off
   for (const int size : {-1, INT_MIN}) {
     Bitmap bitmap(size, SequenceNumber(5), 1);
     int bit = 0;
-    EXPECT_EQ(bitmap.BitGet(bitmap.lead, &bit) + bitmap.Has(0) + bitmap.Has(1), 0);
-    EXPECT_EQ(bitmap.Init(SequenceNumber(-1), 3, 1) + bitmap.Init(SequenceNumber(1), -3, 1), 0);
-    bitmap.CompressTrailingOnes(), bitmap.Invert();
+    ResultsExpect(0, {{"get", bitmap.BitGet(bitmap.lead, &bit)}, {"has 0", bitmap.Has(0)}, {"has 1", bitmap.Has(1)},
+                      {"negative lead", bitmap.Init(SequenceNumber(-1), 3, 1)}, {"and size", bitmap.Init(SequenceNumber(1), -3, 1)}});
+    // clang-format on
+    bitmap.CompressTrailingOnes();
+    bitmap.Invert();
     EXPECT_EQ(Text(bitmap), "(0,5)size " + std::to_string(size) + " ");
     EXPECT_EQ(bitmap.words[0], 0U);
-    EXPECT_EQ(bitmap.LeadMove(SequenceNumber(6)) + bitmap.size, 1);
+    EXPECT_EQ(bitmap.LeadMove(SequenceNumber(6)), 1);
+    EXPECT_EQ(bitmap.size, 0);
   }
-  // From the least number, a negative size reaches round to the greatest.
-  Bitmap least(-5, SequenceNumber(INT_MIN, 0), 0);
-  EXPECT_EQ(least.BitSet(least.lead + 100000, 1) + least.Truncate(SequenceNumber(5)), 0);
   Bitmap bitmap(9, SequenceNumber(-5), 1);
   EXPECT_EQ(Text(bitmap), "-(0,5)size 9 00000000,0");
-  EXPECT_EQ(bitmap.BitGet(bitmap.lead, nullptr) + bitmap.BitFirstGet(bitmap.lead, 0, nullptr), 0);
+  EXPECT_EQ(bitmap.BitGet(bitmap.lead, nullptr), 0);
+  EXPECT_EQ(bitmap.BitFirstGet(bitmap.lead, 0, nullptr), 0);
   EXPECT_EQ(bitmap.ToString(nullptr, 322), nullptr);
 }
 
@@ -173,14 +180,16 @@ TEST(Bitmap, WithoutStorageRefusesEverything) {
     SystemReset();
     int bit = 7;
     SequenceNumber first;
-    EXPECT_EQ(bitmap.Init(SequenceNumber(5), 3, 1) + bitmap.BitInRange(bitmap.lead) +
-                  bitmap.BitSet(bitmap.lead, 1) + bitmap.BitGet(bitmap.lead, &bit) + bitmap.Has(0) +
-                  bitmap.Has(1) + bitmap.BitFirstGet(bitmap.lead, 1, &first) +
-                  bitmap.LeadMove(SequenceNumber(6)) + bitmap.Truncate(bitmap.lead) +
-                  bitmap.Copy(other) + other.Copy(bitmap) + (bitmap == other) +
-                  bitmap.Serialize(nullptr) + bitmap.Deserialize(nullptr),
-              0);
-    bitmap.CompressTrailingOnes(), bitmap.Invert();
+    // clang-format off
+    ResultsExpect(0, {{"init", bitmap.Init(SequenceNumber(5), 3, 1)}, {"is in", bitmap.BitInRange(bitmap.lead)},
+                      {"set", bitmap.BitSet(bitmap.lead, 1)}, {"get", bitmap.BitGet(bitmap.lead, &bit)},
+                      {"has 0", bitmap.Has(0)}, {"has 1", bitmap.Has(1)}, {"first", bitmap.BitFirstGet(bitmap.lead, 1, &first)},
+                      {"move", bitmap.LeadMove(SequenceNumber(6))}, {"truncate", bitmap.Truncate(bitmap.lead)},
+                      {"copy", bitmap.Copy(other)}, {"copy from", other.Copy(bitmap)}, {"equals", bitmap == other},
+                      {"write", bitmap.Serialize(nullptr)}, {"read", bitmap.Deserialize(nullptr)}});
+    // clang-format on
+    bitmap.CompressTrailingOnes();
+    bitmap.Invert();
     EXPECT_EQ(Text(bitmap), "(0,5)size " + std::to_string(size) + " ");
   }
 }

@@ -15,16 +15,21 @@ TEST_F(Utils, TextsAndSizes) {
       {0x030100FF, "3.1a"}, {0x04000200, "4.0c"}, {0xFF000000, "-1.0a"}, {0x80FF0900, "-128.255j"}};
   for (const auto& [version, text] : versions)
     EXPECT_STREQ(VornVersionNumberToString(static_cast<int>(version), buffer), text);
-  EXPECT_EQ(std::string(FastModeToString(-1)) + FastModeToString(0), "fast modeslow mode");
-  EXPECT_EQ(std::string(SafeString("text")) + SafeString(nullptr), "text(NULL)");
+  EXPECT_STREQ(FastModeToString(-1), "fast mode");
+  EXPECT_STREQ(FastModeToString(0), "slow mode");
+  EXPECT_STREQ(SafeString(nullptr), "(NULL)");
   char* copy = StrDup("");
-  EXPECT_TRUE(*copy == '\0' && StrFree(copy) == 1 && StrFree(nullptr) == 0);
+  EXPECT_STREQ(SafeString(copy), "");
+  EXPECT_EQ(StrFree(copy), 1);
+  EXPECT_EQ(StrFree(nullptr), 0);
+  EXPECT_EQ(StrDup(nullptr), nullptr);
   System().failingAllocation = System().allocations + 1;
-  EXPECT_TRUE(StrDup("text") == nullptr && StrDup(nullptr) == nullptr);
+  EXPECT_EQ(StrDup("text"), nullptr);
   const int sizes[][3] = {{-1, 9, 9}, {9, 9, 9}, {10, 9, -1}, {50, -1, -1}, {-5, 9, -5}};
   for (const auto& [requested, limit, size] : sizes)
     EXPECT_EQ(VornTypeMaxSizeGet(requested, limit), size) << requested;
-  EXPECT_EQ((VornUtilsVerbositySet(1000), VORNUtilsVerbosity), 1000);
+  VornUtilsVerbositySet(1000);
+  EXPECT_EQ(VORNUtilsVerbosity, 1000);
 }
 
 TEST_F(Utils, RandomNumbersReachBothBoundsAndNoFurther) {
