@@ -1,10 +1,8 @@
 #include "time/VORNClock.h"
 
 #include "platform/KelMutex.h"
-#include "support/ScriptedLayer.h"
+#include "support/Scripted.h"
 #include "time/VORNNtpTime.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -22,8 +20,8 @@ struct ClockProbe : VORNClock {
 };
 
 /// A clock over a lower layer that wraps from 16 s to 0.
-struct Clock : testing::Test {
-  int wrap = (ScriptReset(), Script().rollover.sec = 16);
+struct Clock : Scripted {
+  int wrap = Script().rollover.sec = 16;
   ClockProbe clock;  // made under the script
 
   std::int32_t SecondsGet() {

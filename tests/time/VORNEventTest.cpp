@@ -1,7 +1,6 @@
+#include "support/Results.h"
 #include "support/ScriptedSystem.h"
 #include "time/VORNEventManager.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <climits>
@@ -102,8 +101,7 @@ TEST(VORNEventManager, WithoutATableRefusesEverything) {
     System().failingAllocation = 1;
     Event event(Words(0), Words(0));
     VORNEventManager manager(size, 5, 1);
-    EXPECT_EQ(manager.IsValid(), 0);
-    EXPECT_EQ(manager.EventAdd(&event), 0);
+    ResultsExpect(0, {{"valid", manager.IsValid()}, {"add", manager.EventAdd(&event)}});
     EXPECT_EQ(manager.EventFind(0), nullptr);
     EXPECT_EQ(manager.EventRemove(0), nullptr);
     EXPECT_EQ(manager.SleepTimeMinGet(Words(9)), Words(5));
