@@ -1,4 +1,5 @@
 #include "ipc/IpcHost.h"
+#include "support/Emulator.h"
 #include "utils/VORNUtilsDiag.h"
 
 #include <algorithm>
@@ -150,6 +151,7 @@ TEST_F(QueueProcess, SignalWhileSendingCostsTheCreatorItsQueueAndAnOpenerNothing
 
 // The queue is still there, and another object receives from it.
 TEST_F(QueueProcess, CreatorsInterruptedSendEndsItsReceiverThatWaits) {
+  SKIP_UNDER_EMULATOR(THREAD_SIGNALS);
   SignalsInstall();
   Queue queue(1, 1, 16);
   const int semaphore = queue._semaphoreId;

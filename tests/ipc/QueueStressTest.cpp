@@ -1,5 +1,6 @@
 #include "ipc/IpcHost.h"
 #include "ipc/internal/QueueLayout.h"
+#include "support/Emulator.h"
 #include "utils/VORNUtilsDiag.h"
 
 #include <algorithm>
@@ -188,6 +189,7 @@ private:
 class QueueStress : public IpcHost {
 protected:
   void SetUp() override {
+    SKIP_UNDER_EMULATOR(THREAD_SIGNALS);
     IpcHost::SetUp();
     const char* wanted = std::getenv("VORN_SOAK_SECONDS");
     const int seconds = wanted != nullptr ? std::atoi(wanted) : 2;

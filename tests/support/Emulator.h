@@ -7,6 +7,9 @@
 #define VORN_TEST_EMULATOR ""
 #endif
 
+/// For i386: a thread that has handled a signal goes on with the local storage of another thread.
+#define THREAD_SIGNALS "signals to one of several threads"
+
 /// Skips the test, with the reason, where its programs run under an emulator. `what` names what the
 /// test needs of the kernel and the emulator does not pass on. At the start of a test's body.
 #define SKIP_UNDER_EMULATOR(what)                                                                  \
