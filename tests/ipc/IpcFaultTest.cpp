@@ -275,7 +275,7 @@ TEST_F(IpcFault, OpenerThatLostItsQueueFindsTheNextOne) {
   EXPECT_EQ(opener->IsValid(), 1);
   EXPECT_EQ(creator->Receive(9), "ab");
   opener->Destroy();
-  Queue(1, ID, 64U);
+  const Queue next(1, ID, 64U);
   EXPECT_EQ(opener->Send("ab", 2), 0) << "destroyed for good";
 }
 

@@ -331,8 +331,10 @@ void QueueAttachments::KeptAppend(QueueAttachment* attachment) {
 
 void QueueAttachments::KeptUnlink(QueueAttachment* attachment) {
   QueueAttachment** link = &_kept;
-  while (*link != attachment)
+  while (*link != nullptr && *link != attachment)
     link = &(*link)->next;
+  if (*link == nullptr)
+    return;
   *link = attachment->next;
   attachment->next = nullptr;
   attachment->isKept = false;
