@@ -107,8 +107,8 @@ TEST_F(Logger, SaysWhyItDoesNotGetItsQueue) {
   const struct { const char* name; void (*prepare)(); Program::Place place; int exitCode; const char* text; } rows[] = {
       {"maker lives", [] { ShmMsgQImpl(1, DEFAULT_QUEUE_ID, 100); }, HERE, 3, "which lives: end that one first"},
       {"maker in another PID namespace", OrphanMake, NEW_PID_NAMESPACE, 3, "cannot be seen from here"},
-      {"foreign segment", [] { shmget(KEY, 100, IPC_CREAT | 0600); }, HERE, 3, "is not a queue"},
-      {"tiny segment", [] { shmget(KEY, 3, IPC_CREAT | 0600); }, HERE, 3, "is not a queue"},
+      {"foreign segment", [] { (void)shmget(KEY, 100, IPC_CREAT | 0600); }, HERE, 3, "is not a queue"},
+      {"tiny segment", [] { (void)shmget(KEY, 3, IPC_CREAT | 0600); }, HERE, 3, "is not a queue"},
       {"no permission", ForbiddenQueueMake, UNPRIVILEGED, 3, "belongs to another user"},
       {"taken mutex alone", [] { NamedMutexTake(NamedMutexNew(MUTEX_KEY)); }, HERE, 3, "vorndiag queue 7`, remove it"},
       {"bytes of a segment", [] { LimitSet("shmmax", "65548"); }, HERE, 1, "65549 bytes in one segment; the host allows 65548"},
