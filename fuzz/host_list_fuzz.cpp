@@ -1,38 +1,76 @@
-// A text that comes in blocks of any size is filtered as the whole of it would be, and a mask is
-// cut off at the slash. The first bytes of the input choose limit, separator and blocks.
+// A text that comes in blocks of any size is filtered as the whole of it would be, and what stands
+// in it is taken apart: a mask is cut off at the slash, an address is made of numbers or of a name.
+// The first bytes of the input choose limit, separator and blocks.
 
+#include "Demand.h"
+#include "hostlist/HostList.h"
 #include "hosts/HostListModel.h"
-#include "hosts/VORNEnvironment.h"
+#include "net/miscIPUtils.h"
 
-#include <cstdlib>
+#include <netdb.h>
 
-extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
-  if (size < 5)
-    return 0;
-  const std::string chosen(data, 5), input(data + 5, size - 5);
-  const std::size_t limit = static_cast<unsigned char>(chosen[0]);
-  const char separator = chosen[1] % 2 == 0 ? ':' : ',';
+// In the place of the system's, so that no name is asked of the network: every one is 1.2.3.4.
+extern "C" VORN_API hostent* gethostbyname(const char* /*name*/) {
+  static char bytes[] = {1, 2, 3, 4}, *list[] = {bytes, nullptr};
+  static hostent host{nullptr, nullptr, AF_INET, 4, list};
+  return &host;
+}
+
+namespace {
+
+/// Filters `input` in blocks of `sizes` by turns.
+void FilterTry(const std::string& input, std::size_t limit, char separator,
+               const unsigned char (&sizes)[3]) {
   const HostListModel model(input, limit, separator);
   std::string output(limit, '!');
   FilterStatus status{1, 0};
   int overflow = 0;
   std::size_t count = 0, at = 0;
   for (std::size_t block = 0; at < input.size() && overflow == 0; ++block) {
-    const std::string part =
-        input.substr(at, 1 + static_cast<unsigned char>(chosen[2 + block % 3]));
+    const std::string part = input.substr(at, std::size_t{1} + sizes[block % 3]);
     at += part.size();
     count += static_cast<std::size_t>(
         FilterWhitespace(&status, &overflow, output.data() + count, static_cast<int>(limit - count),
                          part.data(), static_cast<int>(part.size()), separator, '#'));
   }
-  if (count > limit || output.substr(0, count) != model.text || (overflow != 0) != model.overflow)
-    std::abort();
+  Demand(count <= limit, "more bytes than the limit");
+  Demand(output.substr(0, count) == model.text, "another text than the model's");
+  Demand((overflow != 0) == model.overflow, "too long for one and not for the other");
+}
 
-  std::string entry = input.substr(0, input.find('\0')) + '\0';
-  const std::size_t length = std::min(entry.find('/'), entry.size() - 1);
+/// `input` has no zero byte.
+void EntryTry(const std::string& input) {
+  std::string entry = input;
+  const std::size_t slash = entry.find('/');
   const unsigned int mask = VornHostMaskGet(entry.data());
-  if (entry.substr(0, entry.find('\0')) != input.substr(0, length) ||
-      (length + 1 == entry.size() && mask != 0xFFFFFFFFU))
-    std::abort();
+  entry.resize(entry.find('\0') == std::string::npos ? entry.size() : entry.find('\0'));
+  Demand(entry == input.substr(0, slash), "the entry is cut elsewhere");
+  Demand(slash != std::string::npos || mask == ~0U, "a mask without a slash");
+  VornStringToAddress(entry.c_str());
+  int position = 0;
+  HostTable table;
+  for (const HostEntry& each : HostEntriesGet(input)) {
+    Demand(each.position > position, "positions do not rise");
+    Demand(each.text.find(':') == std::string::npos, "two entries in one");
+    position = each.position;
+    if (each.namesHost)
+      table.EntryAdd(each);
+  }
+  VornHostMaskMatch(table.TableGet(), mask, 0);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
+  Demand(VornStringToAddress("localhost") == 0x01020304, "the system is asked for names");
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+  if (size < 5)
+    return 0;
+  const std::string input(data + 5, data + size);
+  FilterTry(input, data[0], data[1] % 2 == 0 ? ':' : ',', {data[2], data[3], data[4]});
+  EntryTry(input.substr(0, input.find('\0')));
   return 0;
 }

@@ -1,12 +1,12 @@
 // What a reader accepts, the writer gives back byte for byte; what it refuses leaves an element
 // that can still be used.
 
+#include "Demand.h"
 #include "platform/VornCDRStream.h"
 #include "reliability/VORNBitmap.h"
 #include "time/VORNNtpTime.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -20,12 +20,14 @@ int RoundTripCheck(Element& element, std::vector<char> bytes, int start, VORNCDR
   VORNCDRStream from{order, bytes.data(), size, start}, to{order, written.data(), size, start};
   const bool accepted = element.Deserialize(&from) != 0;
   const int aligned = (start + 3) / 4 * 4;
-  if (accepted && (element.Serialize(&to) == 0 || to.position != from.position ||
-                   std::memcmp(&bytes[static_cast<std::size_t>(aligned)],
-                               &written[static_cast<std::size_t>(aligned)],
-                               static_cast<std::size_t>(to.position - aligned)) != 0))
-    std::abort();
-  return accepted ? to.position - aligned : 0;
+  if (!accepted)
+    return 0;
+  Demand(element.Serialize(&to) == 1, "what was read cannot be written");
+  Demand(to.position == from.position, "what was written has another length");
+  Demand(
+      std::equal(bytes.begin() + aligned, bytes.begin() + to.position, written.begin() + aligned),
+      "other bytes were written");
+  return to.position - aligned;
 }
 
 }  // namespace
@@ -47,9 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   // A window that runs over the end of the range of numbers holds no number.
   const bool holds = bitmap.BitInRange(bitmap.lead) != 0 && bitmap.Has(1) != 0;
   const bool finds = bitmap.BitFirstGet(bitmap.lead, 1, &first) != 0 && bitmap.BitInRange(first);
-  if ((length != 0 && length != 12 + (bitmap.size + 31) / 32 * 4) || bitmap.size < 0 ||
-      bitmap.size > 256 || finds != holds ||
-      std::strlen(bitmap.ToString(text, sizeof text)) >= sizeof text)
-    std::abort();
+  Demand(length == 0 || length == 12 + (bitmap.size + 31) / 32 * 4, "a length without its words");
+  Demand(bitmap.size >= 0 && bitmap.size <= Bitmap::CAPACITY, "a size beyond the capacity");
+  Demand(finds == holds, "a bit is found that is not there, or not found");
+  Demand(std::strlen(bitmap.ToString(text, sizeof text)) < sizeof text, "a text without an end");
   return 0;
 }

@@ -1,0 +1,168 @@
+// A queue whose segment another process scribbles on: header, length word and ring. Whatever stands
+// there, a receiver fills no more of its buffer than it was told to, a sender goes nowhere else,
+// and both come back. Until the first scribble the queue agrees with a plain list of messages.
+//
+// The queue is made in an IPC namespace of its own, which goes with the process.
+
+#include "Demand.h"
+#include "ipc/VORNShmMsgQ.h"
+#include "ipc/internal/QueueLayout.h"
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <sched.h>
+#include <sys/sem.h>
+
+namespace {
+
+constexpr int ID = 3;
+constexpr int BUFFER_SIZE = 300;
+
+struct Queue : ShmMsgQImpl {
+  using ShmMsgQImpl::_capacity;
+  using ShmMsgQImpl::_header;
+  using ShmMsgQImpl::_semaphoreId;
+  using ShmMsgQImpl::ShmMsgQImpl;
+
+  /// The segment from its length word to its last byte.
+  char* Segment() const { return reinterpret_cast<char*>(_header) - SHM_LENGTH_WORD_SIZE; }
+  std::size_t SegmentSize() const { return SHM_LENGTH_WORD_SIZE + QUEUE_HEADER_SIZE + Capacity(); }
+  std::size_t Capacity() const { return static_cast<std::size_t>(_capacity); }
+};
+
+struct Scribble {
+  std::size_t position;
+  char byte;
+};
+
+void ByteWrite(const Queue& queue, const Scribble& scribble) {
+  char& byte = queue.Segment()[scribble.position % queue.SegmentSize()];
+  std::atomic_ref<char>(byte).store(scribble.byte, std::memory_order_relaxed);
+}
+
+/// A second hand on the segment, which repeats its scribbles while this lives. In between it puts
+/// the offsets out of the ring and gives the semaphore, so that no receiver waits for ever.
+class Scribbler {
+public:
+  Scribbler(const Queue& queue, std::vector<Scribble> scribbles)
+      : _thread([this, &queue, scribbles = std::move(scribbles)] {
+          while (!_isEnding) {
+            for (const Scribble& scribble : scribbles)
+              ByteWrite(queue, scribble);
+            OffsetStore(&queue._header->readOffset, -1);
+            semctl(queue._semaphoreId, 0, SETVAL, 1);
+          }
+        }) {}
+  ~Scribbler() {
+    _isEnding = true;
+    _thread.join();
+  }
+
+private:
+  std::atomic<bool> _isEnding{false};
+  std::thread _thread;
+};
+
+/// One receive into a buffer of `length` bytes with a mark behind them.
+std::string Receive(Queue& queue, int length, int* result) {
+  std::string buffer(static_cast<std::size_t>(length) + 1, '!');
+  *result = queue.Recv(buffer.data(), length);
+  Demand(*result >= -1 && *result <= length, "a result that is no number of bytes");
+  Demand(buffer.back() == '!', "a byte after the buffer was written");
+  return buffer.substr(0, static_cast<std::size_t>(std::max(*result, 0)));
+}
+
+bool HasMessage(const Queue& queue) {
+  return queue._header->writeOffset != queue._header->readOffset;
+}
+
+int UsedGet(const Queue& queue, RingOffsets offsets) {
+  return RingUsedGet(offsets, queue._capacity);
+}
+
+/// One thread: sends, receives and scribbles by turns.
+void TurnsTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
+  std::deque<std::string> model;
+  bool isSound = true;
+  while (input.remaining_bytes() > 0) {
+    switch (input.ConsumeIntegralInRange<int>(0, 2)) {
+    case 0: {
+      const std::string message = input.ConsumeRandomLengthString(BUFFER_SIZE);
+      const int space = sender.SpaceGet(), length = static_cast<int>(message.size());
+      const int sent = sender.Send(message.data(), length);
+      Demand(!isSound || (sent == 1) == (space >= length + 4), "sent beside the room there was");
+      if (sent == 1)
+        model.push_back(message);
+      break;
+    }
+    case 1: {
+      if (!HasMessage(receiver))  // it would wait
+        break;
+      int result = 0;
+      const int length = input.ConsumeIntegralInRange(0, BUFFER_SIZE);
+      const auto before = RingOffsetsLoad(receiver._header, receiver._capacity);
+      const std::string text = Receive(receiver, length, &result);
+      const auto after = RingOffsetsLoad(receiver._header, receiver._capacity);
+      Demand(result == -1 || (before && after), "a message out of a ring without an order");
+      Demand(result == -1 || UsedGet(receiver, *before) >= UsedGet(receiver, *after) + 4 + result,
+             "a message that goes on behind the last one");
+      if (isSound) {
+        Demand(text == model.front().substr(0, static_cast<std::size_t>(length)),
+               "another message");
+        model.pop_front();
+      }
+      break;
+    }
+    default:
+      isSound = false;
+      ByteWrite(receiver, {input.ConsumeIntegral<std::uint16_t>(), input.ConsumeIntegral<char>()});
+    }
+    const int space = sender.SpaceGet();
+    Demand(space >= 0 && space < sender._capacity, "more space than the ring has");
+  }
+}
+
+/// Two threads: one scribbles, while the other sends and receives.
+void RaceTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
+  std::vector<Scribble> scribbles;
+  for (int count = input.ConsumeIntegralInRange(0, 20); count > 0; --count)
+    scribbles.push_back({input.ConsumeIntegral<std::uint16_t>(), input.ConsumeIntegral<char>()});
+  const std::string message = input.ConsumeRandomLengthString(BUFFER_SIZE);
+  const Scribbler scribbler(receiver, std::move(scribbles));
+  for (int turn = 0; turn < 20; ++turn) {
+    sender.Send(message.data(), static_cast<int>(message.size()));
+    int result = 0;
+    Receive(receiver, turn * BUFFER_SIZE / 20, &result);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
+  if (unshare(CLONE_NEWIPC) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) {
+    std::perror("queue_fuzz: skipped: no IPC namespace of our own");
+    std::exit(77);
+  }
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+  FuzzedDataProvider input(data, size);
+  const auto ring = input.ConsumeIntegral<std::uint8_t>();
+  const bool races = input.ConsumeIntegralInRange(0, 99) == 0;
+  Queue receiver(1, ID, ring);
+  Queue sender(1, ID);
+  Demand(receiver.IsValid() == 1, "the queue was not made");
+  (races ? RaceTry : TurnsTry)(sender, receiver, input);
+  receiver.Destroy();
+  return 0;
+}
