@@ -35,8 +35,8 @@ TEST_F(MulticastSender, SendsFromEachInterfaceThatIsUp) {
   Sender sender(&multicast, KEL_DGRAM_OPT_SNDBUF, &sizes, 77);
   // clang-format off
   EXPECT_EQ(CallsTake(),
-            "KelDGramInitialize; optionSet 2 00020000 on 5; bind 0 0 on 5; optionSet 20 09 on 5; optionSet 80 00 on 5; optionSet 40 0a000001 on 5; "
-            "KelDGramInitialize; optionSet 2 00020000 on 6; bind 0 0 on 6; optionSet 20 09 on 6; optionSet 80 00 on 6; optionSet 40 0a000002 on 6");
+            "KelDGramInitialize; SNDBUF 512 on 5; bind 0 0 on 5; MULTICAST_TTL 9 on 5; MULTICAST_LOOP 0 on 5; MULTICAST_IF 10.0.0.1 on 5; "
+            "KelDGramInitialize; SNDBUF 512 on 6; bind 0 0 on 6; MULTICAST_TTL 9 on 6; MULTICAST_LOOP 0 on 6; MULTICAST_IF 10.0.0.2 on 6");
   // clang-format on
   EXPECT_EQ(sender.Indices(), (Ints{1, 2}));
   EXPECT_EQ(sender._port, 40001);
@@ -76,7 +76,7 @@ TEST_F(MulticastSender, LoneEndpointAdoptsTheDescriptor) {
   };
   expect(off, {THREE[1], THREE[2]}, "");
   expect(on, {THREE[0]}, "");
-  expect(on, {THREE[0], THREE[2]}, "; optionSet 20 01 on 77; optionSet 40 0a000002 on 77");
+  expect(on, {THREE[0], THREE[2]}, "; MULTICAST_TTL 1 on 77; MULTICAST_IF 10.0.0.2 on 77");
 }
 
 TEST_F(MulticastSender, FailureAtAnyStepLeavesNothingBehind) {

@@ -9,8 +9,8 @@ using Endpoint = Scripted;
 constexpr unsigned int GROUP = 0xEF010101;
 
 TEST_F(Endpoint, AdoptsADescriptorThenSetsOptionsUpToTheFirstFailure) {
-  const std::string tag = "VORNDGram::VORNDGram: ", send = "; optionSet 2 00020000 on 7",
-                    recv = "; optionSet 4 00030000 on 7", cast = "; optionSet 400 01000000 on 7";
+  const std::string tag = "VORNDGram::VORNDGram: ", send = "; SNDBUF 512 on 7",
+                    recv = "; RCVBUF 768 on 7", cast = "; BROADCAST 1 on 7";
   const Message sending{3, tag + "Setting SNDBUF to 512\n"};
   const Message receiving{3, tag + "Setting RECVBUF to 768\n"};
   VORNDGramProperties sizes{0x300, 0x200}, none{0, 0};
@@ -83,9 +83,12 @@ TEST_F(Endpoint, WaitsWithOneSelect) {
                                                  {{-3, 2145}, {-3, 1}}};
   for (auto [timeout, expected] : rows) {
     SCOPED_TRACE(timeout.sec);
-    System().select = [wanted = expected](int count, fd_set* readable, timeval* wait) {
+    System().select = [wanted = expected](int count, fd_set* readable, fd_set* writable,
+                                          fd_set* broken, timeval* wait) {
       fd_set only{};
       FD_SET(FD_SETSIZE - 1, &only);
+      EXPECT_EQ(writable, nullptr);
+      EXPECT_EQ(broken, nullptr);
       EXPECT_EQ(count, FD_SETSIZE);
       EXPECT_EQ(std::memcmp(readable, &only, sizeof only), 0);
       EXPECT_EQ(wait->tv_sec, wanted.tv_sec);
@@ -106,7 +109,7 @@ TEST_F(Endpoint, BindsTheMulticastPortItIsAskedFor) {
       VORNDGram dgram(1, 0, nullptr, -1);
       Script().optionErrno[KEL_DGRAM_OPT_REUSEADDR] = {error};
       EXPECT_EQ(dgram.RecvMulticastInitialize(port), message.level * port);
-      EXPECT_EQ(CallsTake(), "KelDGramInitialize; optionSet 1 01000000" + calls);
+      EXPECT_EQ(CallsTake(), "KelDGramInitialize; REUSEADDR 1" + calls);
     });
   };
   expect(0, 7400, "; bind 0 7400", {1, "VORN: Multicast Port specified 7400\n"});
@@ -131,12 +134,13 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
     };
     constexpr auto join = &VORNDGram::RecvMulticastGroupJoin;
     constexpr auto leave = &VORNDGram::RecvMulticastGroupLeave;
-    const std::string joined = "optionSet 10 ef010101 0a000001; optionSet 10 ef010101 00000003";
+    const std::string joined =
+        "ADD_MEMBERSHIP 239.1.1.1 10.0.0.1; ADD_MEMBERSHIP 239.1.1.1 0.0.0.3";
     expect(join, 1, joined);
     expect(join, 1, "");
     expect(leave, 1, "");
     Script().optionErrno[KEL_DGRAM_OPT_DROP_MEMBERSHIP] = {ENODEV, ENODEV};
-    expect(leave, 1, "optionSet 8 ef010101 0a000001; optionSet 8 ef010101 00000003");
+    expect(leave, 1, "DROP_MEMBERSHIP 239.1.1.1 10.0.0.1; DROP_MEMBERSHIP 239.1.1.1 0.0.0.3");
     expect(leave, 0, "");
     expect(join, 1, joined);
     expect(join, 1, "");
@@ -147,7 +151,7 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
     VORN_NIC[3].flags = NIC_MULTICAST;
     CallsTake();
   }
-  EXPECT_EQ(CallsTake(), "optionSet 8 ef010101 0a000001; optionSet 8 ef010102 0a000001; "
+  EXPECT_EQ(CallsTake(), "DROP_MEMBERSHIP 239.1.1.1 10.0.0.1; DROP_MEMBERSHIP 239.1.1.2 10.0.0.1; "
                          "KelDGramRelease");
 }
 
@@ -173,7 +177,7 @@ TEST_F(Endpoint, CountsNoJoinThatFails) {
   EXPECT_EQ(dgram.RecvMulticastRemove(GROUP), 0);
   const InterfaceTable incapable({FOUR[0], FOUR[2]});
   EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), 1);
-  EXPECT_EQ(CallsTake().find("optionSet"), std::string::npos);
+  EXPECT_EQ(CallsTake().find("MEMBERSHIP"), std::string::npos);
 }
 
 }  // namespace

@@ -4,17 +4,14 @@
 #include "platform/KelMutex.h"
 #include "platform/KelSemaphore.h"
 #include "platform/KelThread.h"
+#include "support/ScriptedSystem.h"
 #include "utils/VORNUtilsDiag.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <utility>
-
-#include <endian.h>
 
 struct KELMutex {
   std::mutex native;
@@ -23,17 +20,6 @@ struct KELMutex {
 namespace {
 
 std::unique_ptr<ScriptedLayer> script = std::make_unique<ScriptedLayer>();
-
-std::string BytesText(const void* value, int size) {
-  std::string text;
-  for (int i = 0; i < size; ++i) {
-    char byte[4];
-    std::snprintf(byte, sizeof byte, i > 0 && i % 4 == 0 ? " %02x" : "%02x",
-                  static_cast<const unsigned char*>(value)[i]);
-    text += byte;
-  }
-  return text;
-}
 
 int CallNote(const std::string& call, int descriptor = -1) {
   script->calls.push_back(descriptor >= 0 ? call + " on " + std::to_string(descriptor) : call);
@@ -50,23 +36,30 @@ int FirstTake(std::vector<int>* results, int otherwise) {
   return first;
 }
 
-// An integer is noted as a little-endian host stores it: one expectation holds on every host.
 std::string OptionText(int code, const void* value, int size) {
+  static const std::map<int, std::string> NAMES{{KEL_DGRAM_OPT_REUSEADDR, "REUSEADDR"},
+                                                {KEL_DGRAM_OPT_SNDBUF, "SNDBUF"},
+                                                {KEL_DGRAM_OPT_RCVBUF, "RCVBUF"},
+                                                {KEL_DGRAM_OPT_DROP_MEMBERSHIP, "DROP_MEMBERSHIP"},
+                                                {KEL_DGRAM_OPT_ADD_MEMBERSHIP, "ADD_MEMBERSHIP"},
+                                                {KEL_DGRAM_OPT_MULTICAST_TTL, "MULTICAST_TTL"},
+                                                {KEL_DGRAM_OPT_MULTICAST_IF, "MULTICAST_IF"},
+                                                {KEL_DGRAM_OPT_MULTICAST_LOOP, "MULTICAST_LOOP"},
+                                                {KEL_DGRAM_OPT_BROADCAST, "BROADCAST"}};
   constexpr int INTEGERS = KEL_DGRAM_OPT_REUSEADDR | KEL_DGRAM_OPT_SNDBUF | KEL_DGRAM_OPT_RCVBUF |
                            KEL_DGRAM_OPT_BROADCAST;
-  std::uint32_t number = 0;
-  if ((code & INTEGERS) == 0 || size != sizeof number)
-    return BytesText(value, size);
-  std::memcpy(&number, value, sizeof number);
-  number = htole32(number);
-  return BytesText(&number, size);
+  std::string text = NAMES.at(code);
+  if ((code & INTEGERS) != 0 && size == sizeof(int))
+    return text + ' ' + std::to_string(*static_cast<const int*>(value));
+  for (int i = 0; i < size; ++i)
+    text += (i % 4 == 0 ? ' ' : '.') + std::to_string(static_cast<const unsigned char*>(value)[i]);
+  return text;
 }
 
 int OptionSet(KELDGram* self, int code, void* value, int size) {
-  char name[32];
-  std::snprintf(name, sizeof name, "optionSet %x ", static_cast<unsigned int>(code));
-  CallNote(name + OptionText(code, value, size), SocketGet(self));
-  const int error = FirstTake(&script->optionErrno[code], 0);
+  const std::string call = OptionText(code, value, size);
+  CallNote(call, SocketGet(self));
+  const int error = StepFails(call.c_str()) ? EPERM : FirstTake(&script->optionErrno[code], 0);
   if (error != 0)
     errno = error;
   return error != 0 ? -1 : 0;
@@ -74,13 +67,13 @@ int OptionSet(KELDGram* self, int code, void* value, int size) {
 
 int Bind(KELDGram* self, unsigned int localAddress, int port) {
   CallNote("bind " + std::to_string(localAddress) + " " + std::to_string(port), SocketGet(self));
-  return script->bindResult(port);
+  return StepFails("bind") ? 0 : script->bindResult(port);
 }
 
 int SendTo(KELDGram* self, KELNetioAddr* /*destination*/, char* buffer, int length) {
   const char* const null = buffer == nullptr ? " null" : "";
   CallNote("sendTo " + std::to_string(length) + null, SocketGet(self));
-  return FirstTake(&script->sendResults, 1);
+  return StepFails("sendTo") ? 0 : FirstTake(&script->sendResults, 1);
 }
 
 }  // namespace
@@ -104,7 +97,9 @@ ScriptedLayer::ScriptedLayer() {
                   &printed);
 }
 
-KELMutex* KelMutexNew() { return script->mutexNewFails ? nullptr : new KELMutex; }
+KELMutex* KelMutexNew() {
+  return StepFails("KelMutexNew") || script->mutexNewFails ? nullptr : new KELMutex;
+}
 
 int KelMutexTake(KELMutex* mutex) {
   ++script->mutexTakes;
@@ -125,7 +120,8 @@ struct KELSemaphore {};
 
 KELSemaphore* KelSemaphoreMutexNew(int options) {
   CallNote("KelSemaphoreMutexNew " + std::to_string(options));
-  return script->semaphoreNewFails ? nullptr : new KELSemaphore;
+  const bool fails = StepFails("KelSemaphoreMutexNew") || script->semaphoreNewFails;
+  return fails ? nullptr : new KELSemaphore;
 }
 
 int KelSemaphoreTake(KELSemaphore* /*semaphore*/, const KELNtpTime* timeout) {
@@ -166,7 +162,7 @@ char* KelNtpTimeToString(const KELNtpTime* time, char* buffer) {
 
 int KelDGramInitialize(KELDGram* self) {
   CallNote("KelDGramInitialize");
-  if (script->dgramInitializeFails)
+  if (StepFails("KelDGramInitialize") || script->dgramInitializeFails)
     return 0;
   *self = {new KELSocketRecord{script->descriptor}, Bind, SendTo, OptionSet, SocketGet, nullptr};
   script->descriptor += script->descriptor >= 0 ? 1 : 0;
@@ -182,11 +178,11 @@ void KelDGramRelease(KELDGram* self) {
 }
 
 KELDGram* KelDGramNew() {
-  if (script->dgramInitializeFails)
-    return nullptr;
   auto* self = new KELDGram;
-  KelDGramInitialize(self);
-  return self;
+  if (KelDGramInitialize(self) != 0)
+    return self;
+  delete self;
+  return nullptr;
 }
 
 void KelDGramDelete(KELDGram* self) {

@@ -19,9 +19,9 @@ struct ScriptedLayer {
   /// Everything that KelDebugPrint was given, formatted, one piece after the other.
   std::string printed;
 
-  /// Calls in order, for example "optionSet 10 ef010101 0a000001", "bind 0 7400", "sendTo 3 on 5".
-  /// Numbers are hexadecimal where they are codes or bytes, else decimal; a descriptor that is not
-  /// -1 is named behind "on". Clock and mutex calls are only counted, since threads make them.
+  /// Calls in order, for example "ADD_MEMBERSHIP 239.1.1.1 10.0.0.1", "bind 0 7400", "sendTo 3 on
+  /// 5". A descriptor that is not -1 is named behind "on". Clock and mutex calls are only counted,
+  /// since threads make them.
   std::vector<std::string> calls;
 
   // The clock: what the next reading is, and what happens during it.

@@ -2,36 +2,84 @@
 
 #include "support/ScriptedLayer.h"
 
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
 #include <new>
 
 namespace {
 
 ScriptedSystem script;
 
-bool AllocationFails() { return ++script.allocations == script.failingAllocation; }
+// A fixed table, since it is used while memory is given back; blocks beyond it are not followed.
+std::array<std::atomic<void*>, 256> blocks;
+
+bool BlockReplace(void* was, void* now) {
+  return std::ranges::any_of(
+      blocks, [&](auto& block) { return block == was && block.compare_exchange_strong(was, now); });
+}
+
+void* BlockHold(void* block) {
+  BlockReplace(nullptr, block);
+  return block;
+}
+
+void BlockRelease(void* block) {
+  if (block != nullptr)
+    BlockReplace(block, nullptr);
+}
+
+bool AllocationFails() {
+  const bool fails = StepFails("memory");
+  return ++script.allocations == script.failingAllocation || fails;
+}
 
 }  // namespace
 
 ScriptedSystem& System() { return script; }
 
-void SystemReset() { script = {}; }
+void SystemReset() {
+  script = {};
+  std::ranges::fill(blocks, nullptr);
+}
+
+bool StepFails(const char* step) {
+  if (++script.steps != script.failingStep)
+    return false;
+  script.failedStep = step;
+  errno = EPERM;
+  return true;
+}
+
+int BlocksHeld() {
+  const auto isHeld = [](const auto& block) { return block != nullptr; };
+  return static_cast<int>(std::ranges::count_if(blocks, isHeld));
+}
 
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return AllocationFails() ? nullptr : ::operator new(size);
+  return AllocationFails() ? nullptr : BlockHold(::operator new(size));
 }
 
 extern "C" {
 
+FILE* __real_fopen(const char* path, const char* mode);
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
+void __real_free(void* block);
+void __real__ZdlPv(void* block);
 
 int __wrap_ioctl(int /*descriptor*/, unsigned long request, void* argument) {
-  return script.ioctl(request, argument);
+  return StepFails("ioctl") ? -1 : script.ioctl(request, argument);
 }
 
-int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, timeval* wait) {
+int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* broken, timeval* wait) {
   Script().calls.emplace_back("select");
-  return script.select(count, readable, wait);
+  return script.select(count, readable, writable, broken, wait);
+}
+
+FILE* __wrap_fopen(const char* path, const char* mode) {
+  return script.fopen ? script.fopen(path, mode) : __real_fopen(path, mode);
 }
 
 int __wrap_gethostname(char* buffer, std::size_t length) {
@@ -49,10 +97,25 @@ int __wrap_close(int descriptor) {
   return 0;
 }
 
-void* __wrap_malloc(std::size_t size) { return AllocationFails() ? nullptr : __real_malloc(size); }
+void* __wrap_malloc(std::size_t size) {
+  return AllocationFails() ? nullptr : BlockHold(__real_malloc(size));
+}
 
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-  return AllocationFails() ? nullptr : __real_calloc(count, size);
+  return AllocationFails() ? nullptr : BlockHold(__real_calloc(count, size));
 }
+
+void __wrap_free(void* block) {
+  BlockRelease(block);
+  __real_free(block);
+}
+
+void __wrap__ZdlPv(void* block) {  // operator delete; below with the size, by the host's width
+  BlockRelease(block);
+  __real__ZdlPv(block);
+}
+
+void __wrap__ZdlPvm(void* block, std::size_t) { __wrap__ZdlPv(block); }
+void __wrap__ZdlPvj(void* block, std::size_t) { __wrap__ZdlPv(block); }
 
 }  // extern "C"
