@@ -1,17 +1,16 @@
 #include "hosts/VORNDeclRecipient.h"
 
+#include "support/Faults.h"
 #include "support/HashTable.h"
-#include "support/ScriptedSystem.h"
+#include "support/Results.h"
 
 #include <climits>
-
-#include <gtest/gtest.h>
 
 namespace {
 
 constexpr unsigned int ADDRESS = 0x0A000001;
 
-struct Recipients : testing::Test, HTRemoveFunc {
+struct Recipients : Scripted, HTRemoveFunc {
   HTClass table;
   int removals = 0;
 
@@ -27,66 +26,94 @@ struct Recipients : testing::Test, HTRemoveFunc {
     key.Set(text);
     VornDeclRecipientMarkForRemoval(&table, &key);
   }
-  // Port and count of the entry with `text`, and "m" when it is marked.
-  std::string State(const char* text) {
+  void Expect(const char* text, int port, int count, bool isMarked) {
     const HTNodeClass* node = Find(table, text);
-    if (node == nullptr)
-      return "none";
+    ASSERT_NE(node, nullptr) << text;
     const auto& recipient = *static_cast<const VORNDeclRecipient*>(node->data);
-    EXPECT_EQ(recipient.IsValid(), recipient.count > 0);
-    return std::to_string(recipient.port) + 'x' + std::to_string(recipient.count) +
-           (node->IsMarked() != 0 ? "m" : "");
+    EXPECT_EQ(recipient.address, ADDRESS);
+    EXPECT_EQ(recipient.port, port);
+    EXPECT_EQ(recipient.count, count);
+    EXPECT_EQ(recipient.IsValid(), count > 0);
+    EXPECT_EQ(node->IsMarked(), isMarked ? 1 : 0);
   }
 };
 
-}  // namespace
-
 TEST_F(Recipients, AreCountedMarkedRevivedAndRemovedOnce) {
-  std::string states;
-  for (const char step : std::string("++--+--+-++-")) {
-    if (step == '-')
-      Withdraw("10.0.0.1:9");
-    else
+  const struct {
+    const char* what;
+    bool isDeclared;
+    int count;
+    bool isMarked;
+    const char* calls = "Find -32767, lock 1";
+  } steps[] = {
+      {"the first", true, 1, false, "Find -32767, lock 1; InsertNode 32, lock 1"},
+      {"a second", true, 2, false},
+      {"one goes", false, 1, false},
+      {"the last goes", false, 0, true},
+      {"one returns", true, 1, false},
+      {"it goes again", false, 0, true},
+      {"one that never was goes", false, -1, true},
+      {"it comes, too late", true, 0, false},
+      {"it goes again, unmarked", false, -1, false},
+      {"the debt is paid", true, 0, false},
+      {"one comes", true, 1, false},
+      {"it goes, marked", false, 0, true},
+  };
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.what);
+    if (step.isDeclared)
       EXPECT_EQ(Add(ADDRESS, 9, 1), 1);
-    states += State("10.0.0.1:9") + ' ';
+    else
+      Withdraw("10.0.0.1:9");
+    EXPECT_EQ(CallsTake(), step.calls);
+    Expect("10.0.0.1:9", 9, step.count, step.isMarked);
+    CallsTake();
   }
-  EXPECT_EQ(states, "9x1 9x2 9x1 9x0m 9x1 9x0m 9x-1m 9x0 9x-1 9x0 9x1 9x0m ");
   EXPECT_EQ(table.RemoveMarked(HTNodeClass::LOCK), 1);
   EXPECT_EQ(removals, 1);
   Withdraw("10.0.0.1:9");
-  EXPECT_EQ(Add(ADDRESS, 7, 0) + Add(ADDRESS, 8, 0) + Add(ADDRESS, 8, 1), 3);
-  EXPECT_EQ(State("10.0.0.1") + State("10.0.0.1:8") + State("10.0.0.1:9"), "7x28x1none");
+  EXPECT_EQ(Find(table, "10.0.0.1:9"), nullptr);
+}
+
+TEST_F(Recipients, WithoutPortInTheirTextKeepTheFirstPort) {
+  ResultsExpect(1, {{"first", Add(ADDRESS, 7, 0)},
+                    {"second", Add(ADDRESS, 8, 0)},
+                    {"with port", Add(ADDRESS, 8, 1)}});
+  Expect("10.0.0.1", 7, 2, false);
+  Expect("10.0.0.1:8", 8, 1, false);
 }
 
 TEST_F(Recipients, ThatAreNoneAreRefused) {
-  for (const int withPort : {0, 1})
-    EXPECT_EQ(Add(0, 9, withPort) + Add(ADDRESS, 0, withPort), 0);
+  ResultsExpect(0, {{"no table", VornDeclRecipientAdd(nullptr, ADDRESS, 9, this, 1)},
+                    {"no address", Add(0, 9, 0)},
+                    {"no address but a port", Add(0, 9, 1)},
+                    {"no port", Add(ADDRESS, 0, 0)},
+                    {"port 0 in the text", Add(ADDRESS, 0, 1)}});
   for (const char* text : {"10.0.0.1", "10.0.0.1:0", "0.0.0.0", "0.0.0.0:9"})
-    EXPECT_EQ(State(text), "none");
-  EXPECT_EQ(VornDeclRecipientAdd(nullptr, ADDRESS, 9, this, 1), 0);
+    EXPECT_EQ(Find(table, text), nullptr) << text;
   VornDeclRecipientMarkForRemoval(nullptr, nullptr);
   VornDeclRecipientMarkForRemoval(&table, nullptr);
-  // The longest text there is, a count at either end, and an entry that holds no recipient.
+  // The longest text there is, with a count at either end.
   const char* const text = "255.255.255.255:-2147483648";
   EXPECT_EQ(Add(~0U, INT_MIN, 1), 1);
   auto* recipient = static_cast<VORNDeclRecipient*>(Find(table, text)->data);
   recipient->count = INT_MAX;
   EXPECT_EQ(Add(~0U, INT_MIN, 1), 0);
+  EXPECT_EQ(recipient->count, INT_MAX);
   recipient->count = INT_MIN;
   Withdraw(text);
   EXPECT_EQ(recipient->count, INT_MIN);
-  EXPECT_EQ(Insert(table, "10.0.0.1", nullptr) + Add(ADDRESS, 9, 0), 1);
+  ASSERT_EQ(Insert(table, "10.0.0.1", nullptr), 1);  // holds no recipient
+  EXPECT_EQ(Add(ADDRESS, 9, 0), 0);
   Withdraw("10.0.0.1");
 }
 
-// Each allocation of a declaration fails in turn; then it succeeds.
 TEST_F(Recipients, WithoutMemoryAreRefusedAndLeaveNothing) {
-  int attempts = 0;
-  do {
-    SystemReset();
-    EXPECT_EQ(State("10.0.0.1"), "none");
-    System().failingAllocation = ++attempts;
-  } while (Add(ADDRESS, 9, 0) == 0 && attempts < 9);
-  SystemReset();
-  EXPECT_EQ(attempts, 3);
+  EXPECT_EQ(FaultsTry([this] {
+              EXPECT_EQ(Find(table, "10.0.0.1"), nullptr);
+              return Add(ADDRESS, 9, 0);
+            }),
+            "memory, memory");
 }
+
+}  // namespace

@@ -2,26 +2,17 @@
 
 #include "hosts/HostListModel.h"
 #include "hosts/VORNHostListProperties.h"
-#include "platform/KelDebug.h"
-#include "utils/VORNUtilsDiag.h"
+#include "support/Messages.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <random>
-#include <tuple>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
 const char* const NAME = "VORN_PEER_HOSTS";
-
-using Line = std::pair<int, std::string>;  // printed from that level on
-const Line useFile{1, "using file VORN_PEER_HOSTS"};
+const Message useFile{1, "using file VORN_PEER_HOSTS"};
 
 std::string TextRandom(std::mt19937& random, std::size_t size) {
   static const char BYTES[] = "abcdefgh/.xxxx:: \t\n\n#\r";
@@ -46,40 +37,62 @@ void FilterExpect(const std::string& input, int limit, std::size_t block, char s
   EXPECT_EQ(overflow != 0, model.overflow);
 }
 
-// A directory of its own, an unset variable, and everything that is printed.
-struct HostList : testing::Test {
-  char directory[32] = "/tmp/vorn-hosts-XXXXXX";
-  std::string printed;
+// The file of the list. The first `failures` reads that begin at `failsAt` fail.
+struct File {
+  bool isThere = true;
+  std::string text;
+  std::size_t mostPerRead = 4096, failsAt = std::string::npos;
+  int failures = 0, failuresLeft = 0, open = 0;
+  std::size_t at = 0;
 
-  void SetUp() override {
-    ASSERT_NE(mkdtemp(directory), nullptr);
-    ASSERT_EQ(chdir(directory) + unsetenv(NAME), 0);
-    const auto sink = [](const char* text, void* to) { *static_cast<std::string*>(to) += text; };
-    KelDebugSinkSet(sink, &printed);
+  FILE* Open() {
+    at = 0;
+    failuresLeft = failures;
+    open += isThere ? 1 : 0;
+    return isThere ? fopencookie(this, "r", {Read, nullptr, nullptr, Close}) : nullptr;
   }
-  void TearDown() override {
-    KelDebugSinkSet(nullptr, nullptr);
-    VornUtilsVerbositySet(0);
-    std::remove(NAME);
-    EXPECT_EQ(chdir("/") + rmdir(directory) + unsetenv(NAME), 0);
+  static ssize_t Read(void* cookie, char* to, std::size_t size) {
+    File& file = *static_cast<File*>(cookie);
+    if (file.at == file.failsAt && file.failuresLeft-- > 0) {
+      errno = EIO;
+      return -1;
+    }
+    const std::size_t rest = file.failsAt > file.at ? file.failsAt - file.at : std::string::npos;
+    const std::size_t length =
+        file.text.copy(to, std::min({size, file.mostPerRead, rest}), file.at);
+    file.at += length;
+    return static_cast<ssize_t>(length);
   }
+  static int Close(void* cookie) {
+    --static_cast<File*>(cookie)->open;
+    return 0;
+  }
+};
+
+struct HostList : Scripted {
+  File file;
+
+  HostList() { unsetenv(NAME); }
+  ~HostList() override { unsetenv(NAME); }
   // Reads the list over the text "old".
-  void Expect(const std::string& result, int variable, int file, const std::vector<Line>& lines,
+  void Expect(const std::string& result, int variable, int fromFile, std::vector<Message> lines,
               int length = 4096) {
-    for (int level = -1; level <= 2; ++level) {
-      std::string expected;
-      for (const auto& [from, line] : lines)
-        expected += from <= level ? "VornEnvironmentGet: " + line + "\n" : "";
-      VornUtilsVerbositySet(level);
-      printed.clear();
+    for (Message& line : lines)
+      line.text = "VornEnvironmentGet: " + line.text + '\n';
+    MessagesExpect(lines, [&] {
+      System().fopen = [this](const char* path, const char* mode) {
+        EXPECT_STREQ(path, NAME);
+        EXPECT_STREQ(mode, "r");
+        return file.Open();
+      };
       std::string buffer(static_cast<std::size_t>(length) + 1, '!');
       std::memcpy(buffer.data(), "old", 4);
-      const char* list =
-          VornEnvironmentGet(buffer.data(), length, VORN_ENVIRONMENT_PEER_HOSTS, variable, file);
-      EXPECT_EQ(list == nullptr ? "(null)" : list, result) << level;
+      const char* list = VornEnvironmentGet(buffer.data(), length, VORN_ENVIRONMENT_PEER_HOSTS,
+                                            variable, fromFile);
+      EXPECT_EQ(list == nullptr ? "(null)" : list, result);
       EXPECT_EQ(buffer.back(), '!');
-      EXPECT_EQ(printed, expected) << level;
-    }
+      EXPECT_EQ(file.open, 0);
+    });
   }
 };
 
@@ -87,7 +100,7 @@ struct HostList : testing::Test {
 
 TEST_F(HostList, TextsAreFilteredAsAModelDoesAndCutAtTheLimit) {
   setenv(NAME, "variable", 1);
-  std::ofstream(NAME) << "# peers\n  hostA \t hostB\r\n10.1.0.0/ffff0000   # lab subnet\n::\n";
+  file.text = "# peers\n  hostA \t hostB\r\n10.1.0.0/ffff0000   # lab subnet\n::\n";
   Expect("hostA:hostB\r:10.1.0.0/ffff0000", 1, 1, {useFile});
   std::vector<std::string> texts{"", " \n#nothing", "a::b:"};
   std::mt19937 random(2);
@@ -100,7 +113,8 @@ TEST_F(HostList, TextsAreFilteredAsAModelDoesAndCutAtTheLimit) {
   for (const std::string& text : texts)
     for (const int length : {4096, 4097, 9000}) {
       FilterExpect(text, pick(4097), 1 + random() % 100, ":,"[pick(2)]);
-      std::ofstream(NAME) << text;
+      file.text = text;
+      file.mostPerRead = 1 + random() % 200;
       HostListModel model(text, length == 4096 ? 4095 : 4096);
       model.text = model.text.empty() ? "old" : model.text;
       if (model.text.back() == ':')
@@ -112,7 +126,8 @@ TEST_F(HostList, TextsAreFilteredAsAModelDoesAndCutAtTheLimit) {
 
 TEST_F(HostList, SourcesAreTriedInOrderAndEachStepIsTold) {
   const std::string variable = "environment variable VORN_PEER_HOSTS", most(4095, 'v');
-  const Line noFile{1, "file VORN_PEER_HOSTS not found"}, useVariable{1, "using " + variable};
+  const Message noFile{1, "file VORN_PEER_HOSTS not found"}, useVariable{1, "using " + variable};
+  file.isThere = false;
   Expect("(null)", 1, 1, {noFile, {1, variable + " not found"}});
   Expect("(null)", 0, 1, {noFile});
   setenv(NAME, (most + "v").c_str(), 1);
@@ -121,28 +136,67 @@ TEST_F(HostList, SourcesAreTriedInOrderAndEachStepIsTold) {
     setenv(NAME, value.c_str(), 1);
     Expect(value, 1, 1, {noFile, useVariable});
   }
-  std::ofstream(NAME) << "f";
+  file.isThere = true;
   Expect("a::b: #c\n", 1, 0, {noFile, useVariable});
-  // A file that cannot be opened, here a link to itself, is as good as none.
-  ASSERT_EQ(std::remove(NAME) + symlink(NAME, NAME), 0);
-  Expect("a::b: #c\n", 1, 1, {noFile, useVariable});
-  // A directory opens and cannot be read: the variable is not consulted.
-  ASSERT_EQ(std::remove(NAME) + mkdir(NAME, 0700), 0);
-  const Line error{0, "error 1 reading file VORN_PEER_HOSTS"};
-  Expect("(null)", 1, 1, {useFile, error, {0, "error reading file VORN_PEER_HOSTS"}});
+}
+
+TEST_F(HostList, FileThatCannotBeReadToItsEndGivesNoListAndTheVariableIsNotAsked) {
+  const Message stopped{0, "error 1 reading file VORN_PEER_HOSTS"};
+  const Message failed{0, "error reading file VORN_PEER_HOSTS"};
+  setenv(NAME, "variable", 1);
+  file.text.assign(200, 'x');
+  for (const std::size_t place : {0U, 63U, 100U, 200U}) {
+    SCOPED_TRACE(place);
+    file.failsAt = place;
+    file.failures = 9;
+    Expect("(null)", 1, 1, {useFile, stopped, failed});
+    file.failures = 1;  // and is read on, except after a whole block
+    Expect("(null)", 1, 1, {useFile, {place % 63 == 0 ? 0 : 9, stopped.text}, failed});
+  }
+}
+
+TEST_F(HostList, EachTypeHasItsFileAndVariable) {
+  const std::pair<VORNEnvironmentType, const char*> lists[] = {
+      {VORN_ENVIRONMENT_MANAGER_HOSTS, "VORN_MANAGER_HOSTS"},
+      {VORN_ENVIRONMENT_APP_HOSTS, "VORN_APP_HOSTS"},
+      {VORN_ENVIRONMENT_MANAGEE_HOSTS, "VORN_MANAGEE_HOSTS"},
+      {VORN_ENVIRONMENT_PEER_HOSTS, "VORN_PEER_HOSTS"}};
+  for (const auto& [type, name] : lists) {
+    setenv(name, name, 1);
+    std::string path;
+    System().fopen = [&path](const char* asked, const char*) {
+      path = asked;
+      return static_cast<FILE*>(nullptr);
+    };
+    char buffer[4096];
+    EXPECT_STREQ(VornEnvironmentGet(buffer, 4096, type, 1, 1), name);
+    EXPECT_EQ(path, name);
+    unsetenv(name);
+  }
 }
 
 TEST_F(HostList, RequestsThatCannotBeMetWriteNothing) {
-  ASSERT_EQ(setenv(NAME, "v", 1) + setenv("HOST_TYPE_INVALID", "v", 1), 0);
+  setenv(NAME, "v", 1);
+  setenv("HOST_TYPE_INVALID", "v", 1);
   VornUtilsVerbositySet(2);
   std::string buffer(4096, '!');
-  char* const at = buffer.data();
-  const std::tuple<char*, int, int, int> requests[] = {
-      {nullptr, 4096, 4, 1}, {at, 4095, 4, 1},  {at, -1, 4, 1},  {at, 4096, 4, 0},
-      {at, 4096, 0, 1},      {at, 4096, -1, 1}, {at, 4096, 5, 1}};
-  for (const auto& [to, length, type, variable] : requests)
-    EXPECT_EQ(VornEnvironmentGet(to, length, VORNEnvironmentType(type), variable, 0), nullptr);
-  EXPECT_EQ(printed + buffer, std::string(4096, '!'));
+  // clang-format off
+  const struct { const char* what; char* to; int length, type, variable; } rows[] = {
+      {"no buffer", nullptr, 4096, 4, 1},
+      {"short buffer", buffer.data(), 4095, 4, 1},
+      {"negative length", buffer.data(), -1, 4, 1},
+      {"no source", buffer.data(), 4096, 4, 0},
+      {"the type of no list", buffer.data(), 4096, 0, 1},
+      {"type too low", buffer.data(), 4096, -1, 1},
+      {"type too high", buffer.data(), 4096, 5, 1}};
+  // clang-format on
+  for (const auto& [what, to, length, type, variable] : rows)
+    EXPECT_EQ(VornEnvironmentGet(to, length, VORNEnvironmentType(type), variable, 0), nullptr)
+        << what;
+  EXPECT_EQ(Script().printed, "");
+  EXPECT_EQ(buffer, std::string(4096, '!'));
+  EXPECT_EQ(VornFileOpen(nullptr, "r"), nullptr);
+  EXPECT_EQ(VornFileOpen(NAME, nullptr), nullptr);
   VORNHostListProperties properties{{7, 7, 7, 7}};
   VornHostListPropertiesDefaultGet(&properties);
   EXPECT_TRUE(std::ranges::equal(properties.words, std::vector<int>{1, 1, 0, 0}));
@@ -185,9 +239,9 @@ TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
 
 // Blanks fill no buffer: only the bound on what is read ends a long file of them.
 TEST_F(HostList, FilesAreReadUpTo16MiBAndOnlyALongerOneIsToldOf) {
-  for (const bool isLonger : {false, true}) {
-    std::ofstream(NAME) << std::string((1 << 24) - 2, ' ') << (isLonger ? "xyz" : "xy");
-    Expect("xy", 0, 1, {useFile, {isLonger ? 0 : 9, "file too long. max 4096"}});
+  for (const char* end : {"xy", "xyz"}) {
+    file.text = std::string((1 << 24) - 2, ' ') + end;
+    Expect("xy", 0, 1, {useFile, {end[2] != '\0' ? 0 : 9, "file too long. max 4096"}});
   }
 }
 
@@ -199,7 +253,7 @@ TEST(HostMaskGet, CutsTheEntryAtTheSlash) {
   for (const auto& [entry, mask] : cases) {
     std::string text = entry;
     EXPECT_EQ(VornHostMaskGet(text.data()), mask) << entry;
-    EXPECT_EQ(text.substr(0, text.find('\0')), entry.substr(0, entry.find('/')));
+    EXPECT_STREQ(text.c_str(), entry.substr(0, entry.find('/')).c_str());
   }
   EXPECT_EQ(VornHostMaskGet(nullptr), ~0U);
 }

@@ -2,11 +2,10 @@
 
 #include "net/VORNDGram.h"
 #include "support/HashTable.h"
+#include "support/Results.h"
+#include "support/Scripted.h"
 
 #include <algorithm>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -48,10 +47,17 @@ Addresses Chosen(Entries entries, Addresses from) {
   return from;
 }
 
-struct HostMask : testing::Test {
-  std::vector<VORNNICProperties> nics{{0x17, OWN}, {0x17, LOOPBACK}, {0x15, OTHER_OWN}};
-  void SetUp() override { VORN_NIC_COUNT = 3, VORN_NIC = nics.data(); }
-  void TearDown() override { VORN_NIC_COUNT = 0, VORN_NIC = nullptr; }
+// The last record is beyond the table.
+struct HostMask : Scripted {
+  std::vector<VORNNICProperties> nics{{0x17, OWN}, {0x17, LOOPBACK}, {0x15, OTHER_OWN}, {0x15, 9}};
+  HostMask() {
+    VORN_NIC_COUNT = 3;
+    VORN_NIC = nics.data();
+  }
+  ~HostMask() override {
+    VORN_NIC_COUNT = 0;
+    VORN_NIC = nullptr;
+  }
 };
 
 }  // namespace
@@ -80,12 +86,12 @@ TEST_F(HostMask, EveryListAdmitsChoosesAndPrunesByTheRules) {
     chosen.resize(asked.size(), 7);
     EXPECT_EQ(output, chosen);
 
-    std::rotate(nics.begin(), nics.begin() + 1, nics.end());
+    std::rotate(nics.begin(), nics.begin() + 1, nics.end() - 1);
     const auto before = nics;
     EXPECT_EQ(VornSubnetMatch(&table, nullptr, 9, output.data()), 0);
     for (std::size_t i = 0; i < nics.size(); ++i) {
       const unsigned int ip = nics[i].address;
-      const bool isKept = ip == LOOPBACK || !Chosen(entries, {ip}).empty();
+      const bool isKept = i == 3 || ip == LOOPBACK || !Chosen(entries, {ip}).empty();
       EXPECT_EQ(nics[i].flags, before[i].flags & (isKept ? ~0U : ~0x10U)) << i;
     }
     std::copy(before.begin(), before.end(), nics.begin());
@@ -99,16 +105,29 @@ TEST_F(HostMask, QuestionsThatCannotBeAskedAreRefused) {
   ASSERT_EQ(Insert(table, "without data", nullptr), 1);
   Addresses asked{OTHER_OWN, OWN};
   unsigned int* const at = asked.data();
-  EXPECT_EQ(VornHostMaskMatch(nullptr, OWN, 0) + VornSubnetMatch(nullptr, nullptr, 0, nullptr), 0);
-  EXPECT_EQ(VornSubnetMatch(nullptr, at, 2, at) + VornSubnetMatch(&table, at, 2, nullptr), 0);
-  EXPECT_EQ(VornSubnetMatch(&table, at, 0, at) + VornSubnetMatch(&table, at, -1, at), 0);
+  ResultsExpect(0, {{"match without table", VornHostMaskMatch(nullptr, OWN, 0)},
+                    {"prune without table", VornSubnetMatch(nullptr, nullptr, 0, nullptr)},
+                    {"choose without table", VornSubnetMatch(nullptr, at, 2, at)},
+                    {"choose without output", VornSubnetMatch(&table, at, 2, nullptr)},
+                    {"choose from none", VornSubnetMatch(&table, at, 0, at)},
+                    {"choose from fewer", VornSubnetMatch(&table, at, -1, at)}});
   EXPECT_EQ(VornSubnetMatch(&table, at, 2, at), 1);  // into the place of the addresses
   EXPECT_EQ(asked[0], OWN);
   VORN_NIC_COUNT = 0;
   EXPECT_EQ(VornSubnetMatch(&table, nullptr, 0, nullptr), 0);
   EXPECT_EQ(nics[2].flags, 0x15U);
-  TearDown();
+  VORN_NIC_COUNT = 3;
+  VORN_NIC = nullptr;
   EXPECT_EQ(VornSubnetMatch(&table, nullptr, 0, nullptr), 0);
+}
+
+TEST_F(HostMask, EveryWalkLocksAndSeesEveryEntry) {
+  HTClass table;
+  Addresses asked{OWN};
+  EXPECT_EQ(VornHostMaskMatch(&table, OWN, 0), 1);
+  EXPECT_EQ(CallsTake(), "ForAllMatches null, lock 1");
+  EXPECT_EQ(VornSubnetMatch(&table, asked.data(), 1, asked.data()), 1);
+  EXPECT_EQ(CallsTake(), "ForAllMatches null, lock 1");
 }
 
 TEST_F(HostMask, ListsNameOneHostByACommonAddressOrAsTheLocalHost) {
@@ -126,8 +145,8 @@ TEST_F(HostMask, ListsNameOneHostByACommonAddressOrAsTheLocalHost) {
                     std::ranges::any_of(a, isCommon));
         }
   unsigned int list[] = {LOOPBACK, 2};
-  EXPECT_EQ(VornHostKeyMatch(-1, list, 2, list, OWN, LOOPBACK), 0);
-  EXPECT_EQ(VornHostKeyMatch(2, list, -1, list, OWN, LOOPBACK), 0);
-  EXPECT_EQ(VornHostKeyMatch(2, nullptr, 2, list, OWN, LOOPBACK), 0);
-  EXPECT_EQ(VornHostKeyMatch(2, list, 2, nullptr, OWN, LOOPBACK), 0);
+  ResultsExpect(0, {{"fewer a", VornHostKeyMatch(-1, list, 2, list, OWN, LOOPBACK)},
+                    {"fewer b", VornHostKeyMatch(2, list, -1, list, OWN, LOOPBACK)},
+                    {"null a", VornHostKeyMatch(2, nullptr, 2, list, OWN, LOOPBACK)},
+                    {"null b", VornHostKeyMatch(2, list, 2, nullptr, OWN, LOOPBACK)}});
 }

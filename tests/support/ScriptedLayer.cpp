@@ -1,5 +1,6 @@
 #include "support/ScriptedLayer.h"
 
+#include "platform/HTClass.h"
 #include "platform/KelDebug.h"
 #include "platform/KelMutex.h"
 #include "platform/KelSemaphore.h"
@@ -189,3 +190,36 @@ void KelDGramDelete(KELDGram* self) {
   KelDGramRelease(self);
   delete self;
 }
+
+// The container is the real one; what the library asks it for is written down.
+extern "C" {
+
+HTNodeClass* __real__ZN7HTClass4FindEPK10HTKeyClasssi(HTClass*, const HTKeyClass*, short, int);
+int __real__ZN7HTClass10InsertNodeEPK10HTKeyClassPvsP12HTRemoveFunci(HTClass*, const HTKeyClass*,
+                                                                     void*, short, HTRemoveFunc*,
+                                                                     int);
+int __real__ZN7HTClass13ForAllMatchesEP11HTMatchFuncP10HTExecFunci(HTClass*, HTMatchFunc*,
+                                                                   HTExecFunc*, int);
+
+HTNodeClass* __wrap__ZN7HTClass4FindEPK10HTKeyClasssi(HTClass* self, const HTKeyClass* key,
+                                                      short which, int locks) {
+  CallNote("Find " + std::to_string(which) + ", lock " + std::to_string(locks));
+  return __real__ZN7HTClass4FindEPK10HTKeyClasssi(self, key, which, locks);
+}
+
+int __wrap__ZN7HTClass10InsertNodeEPK10HTKeyClassPvsP12HTRemoveFunci(
+    HTClass* self, const HTKeyClass* key, void* data, short size, HTRemoveFunc* remove, int locks) {
+  CallNote("InsertNode " + std::to_string(size) + ", lock " + std::to_string(locks));
+  return __real__ZN7HTClass10InsertNodeEPK10HTKeyClassPvsP12HTRemoveFunci(self, key, data, size,
+                                                                          remove, locks);
+}
+
+int __wrap__ZN7HTClass13ForAllMatchesEP11HTMatchFuncP10HTExecFunci(HTClass* self,
+                                                                   HTMatchFunc* match,
+                                                                   HTExecFunc* exec, int locks) {
+  CallNote(std::string("ForAllMatches ") + (match == nullptr ? "null" : "some") + ", lock " +
+           std::to_string(locks));
+  return __real__ZN7HTClass13ForAllMatchesEP11HTMatchFuncP10HTExecFunci(self, match, exec, locks);
+}
+
+}  // extern "C"

@@ -14,20 +14,23 @@ ScriptedSystem script;
 
 // A fixed table, since it is used while memory is given back; blocks beyond it are not followed.
 std::array<std::atomic<void*>, 256> blocks;
-
-bool BlockReplace(void* was, void* now) {
-  return std::ranges::any_of(
-      blocks, [&](auto& block) { return block == was && block.compare_exchange_strong(was, now); });
-}
+std::atomic<std::size_t> blocksUsed;
 
 void* BlockHold(void* block) {
-  BlockReplace(nullptr, block);
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    void* none = nullptr;
+    if (!blocks[i].compare_exchange_strong(none, block))
+      continue;
+    blocksUsed = std::max<std::size_t>(blocksUsed, i + 1);
+    break;
+  }
   return block;
 }
 
 void BlockRelease(void* block) {
-  if (block != nullptr)
-    BlockReplace(block, nullptr);
+  for (std::size_t i = 0; block != nullptr && i < blocksUsed; ++i)
+    if (void* held = block; blocks[i].compare_exchange_strong(held, nullptr))
+      return;
 }
 
 bool AllocationFails() {
@@ -42,6 +45,7 @@ ScriptedSystem& System() { return script; }
 void SystemReset() {
   script = {};
   std::ranges::fill(blocks, nullptr);
+  blocksUsed = 0;
 }
 
 bool StepFails(const char* step) {
@@ -63,7 +67,6 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 
 extern "C" {
 
-FILE* __real_fopen(const char* path, const char* mode);
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void __real_free(void* block);
@@ -78,9 +81,7 @@ int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* broken,
   return script.select(count, readable, writable, broken, wait);
 }
 
-FILE* __wrap_fopen(const char* path, const char* mode) {
-  return script.fopen ? script.fopen(path, mode) : __real_fopen(path, mode);
-}
+FILE* __wrap_fopen64(const char* path, const char* mode) { return script.fopen(path, mode); }
 
 int __wrap_gethostname(char* buffer, std::size_t length) {
   Script().calls.push_back("gethostname " + std::to_string(length));
