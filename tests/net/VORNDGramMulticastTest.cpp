@@ -1,5 +1,6 @@
 #include "net/VORNDGramMulticast.h"
 #include "platform/VornCDRStream.h"
+#include "support/Faults.h"
 #include "support/Results.h"
 #include "support/ScriptedInterfaces.h"
 
@@ -58,7 +59,8 @@ TEST_F(MulticastSender, SendsFromEachInterfaceThatIsUp) {
 TEST_F(MulticastSender, LoneEndpointAdoptsTheDescriptor) {
   VORNMulticastProperties off{7, 7, 7}, on{1, 1, 1};
   VornMulticastPropertiesDefaultGet(&off);
-  EXPECT_EQ((Ints{off.enable, off.ttl, off.loopback}), (Ints{0, 1, 1}));
+  EXPECT_EQ(off.enable, 0);
+  ResultsExpect(1, {{"time to live", off.ttl}, {"loopback", off.loopback}});
   const auto expect = [](auto& properties, const Interfaces& list, const std::string& options) {
     Reset();
     const InterfaceTable table(list);
@@ -82,7 +84,7 @@ TEST_F(MulticastSender, LoneEndpointAdoptsTheDescriptor) {
 TEST_F(MulticastSender, FailureAtAnyStepLeavesNothingBehind) {
   VORNMulticastProperties quiet{1, 1, 0}, lone{0, 1, 1};
   const auto valid = [](VORNMulticastProperties* properties) {
-    Sender sender(properties, 0, nullptr, -1);
+    Sender sender(properties, KEL_DGRAM_OPT_SNDBUF, nullptr, -1);
     EXPECT_EQ(Script().openSockets, sender.IsValid() == 0 ? 0 : properties->enable + 1);
     if (sender.IsValid() == 0)
       ResultsExpect(0, {{"group", sender.Send(0xEFFF0001)}, {"host", sender.Send(0x0A000009)}});
@@ -91,25 +93,20 @@ TEST_F(MulticastSender, FailureAtAnyStepLeavesNothingBehind) {
   EXPECT_EQ(valid(&quiet), 0) << "without a table";
   const InterfaceTable table(THREE);
   EXPECT_EQ(valid(nullptr), 0);
-  for (VORNMulticastProperties* properties : {&quiet, &lone}) {
-    int step = 0;
-    do
-      System().failingAllocation = System().allocations + ++step;
-    while (valid(properties) == 0 && step < 9);
-    EXPECT_EQ(step, properties->enable + 4);
-    Script().dgramInitializeFails = true;
-    EXPECT_EQ(valid(properties), 0);
-    Reset();
-  }
-  const std::tuple<int, int, const char*> rows[] = {
+  EXPECT_EQ(FaultsTry([&] { return valid(&lone); }), "memory, memory, memory, KelDGramInitialize");
+  EXPECT_EQ(FaultsTry([&] { return valid(&quiet); }),
+            "memory, memory, memory, KelDGramInitialize, MULTICAST_TTL 1, MULTICAST_IF 10.0.0.1, "
+            "memory, KelDGramInitialize, MULTICAST_TTL 1, MULTICAST_IF 10.0.0.2");
+  // clang-format off
+  const struct { int option, isValid; const char* message; } rows[] = {
       {KEL_DGRAM_OPT_MULTICAST_TTL, 0, "VORN: could not set TTL\n"},
-      {KEL_DGRAM_OPT_MULTICAST_LOOP, 1,
-       "VORN: unable to turn off multicast loopback, but socket still created\n"},
+      {KEL_DGRAM_OPT_MULTICAST_LOOP, 1, "VORN: unable to turn off multicast loopback, but socket still created\n"},
       {KEL_DGRAM_OPT_MULTICAST_IF, 0, "unable to set sending interface to 10.0.0.2\n"}};
-  for (const auto& [option, isValid, message] : rows)
-    MessagesExpect({{0, message}}, [&, failing = option, result = isValid] {
-      Script().optionErrno[failing] = {0, EPERM};
-      EXPECT_EQ(valid(&quiet), result);
+  // clang-format on
+  for (const auto& row : rows)
+    MessagesExpect({{0, row.message}}, [&] {
+      Script().optionErrno[row.option] = {0, EPERM};
+      EXPECT_EQ(valid(&quiet), row.isValid);
     });
 }
 

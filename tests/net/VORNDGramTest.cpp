@@ -1,4 +1,5 @@
 #include "platform/VornCDRStream.h"
+#include "support/Faults.h"
 #include "support/Results.h"
 #include "support/ScriptedInterfaces.h"
 
@@ -34,26 +35,34 @@ TEST_F(Endpoint, AdoptsADescriptorThenSetsOptionsUpToTheFirstFailure) {
   EXPECT_EQ(CallsTake(), "KelDGramInitialize; KelDGramInitialize; close 6");
 }
 
+TEST_F(Endpoint, HasDefaultBufferSizes) {
+  VORNDGramProperties sizes{7, 7};
+  VornDGramPropertiesDefaultGet(&sizes);
+  EXPECT_EQ(sizes.recvBufferSize, 32768);
+  EXPECT_EQ(sizes.sendBufferSize, 9216);
+  VornDGramPropertiesDefaultGet(nullptr);
+}
+
 TEST_F(Endpoint, WithoutMemoryOrSocketHoldsNothingAndRefusesEverything) {
   const InterfaceTable table({{0x0A000001, UP | CAST}});
-  VORNMulticastProperties multicast{1, 1, 1};
-  KELNtpTime wait;
-  for (const int failing : {1, 2, 0}) {
-    System().failingAllocation = System().allocations + failing;
-    Script().dgramInitializeFails = failing == 0;
-    Script().calls.clear();
-    VORNDGram dgram(1, -1, nullptr, 7);
-    // clang-format off
-    ResultsExpect(0, {{"sockets", Script().openSockets}, {"valid", dgram.IsValid()}, {"send", dgram.SendTo(nullptr, nullptr)},
-                      {"receive", dgram.RecvMulticastInitialize(1)}, {"multicast", dgram.SendMulticastInitialize(&multicast, 1)},
-                      {"add", dgram.RecvMulticastAdd(GROUP)}, {"remove", dgram.RecvMulticastRemove(GROUP)},
-                      {"join", dgram.RecvMulticastGroupJoin(GROUP)}});
-    // clang-format on
-    EXPECT_EQ(dgram.HasDataWithSleep(&wait), -1);
-    EXPECT_EQ(errno, EBADF);
-    EXPECT_EQ(CallsTake(),
-              failing == 0 ? "KelDGramInitialize; KelDGramRelease" : "KelDGramRelease");
-  }
+  EXPECT_EQ(FaultsTry([] {
+              VORNDGram dgram(1, 0, nullptr, 7);
+              if (dgram.IsValid() != 0)
+                return 1;
+              CallsTake();
+              VORNMulticastProperties multicast{1, 1, 1};
+              // clang-format off
+              ResultsExpect(0, {{"send", dgram.SendTo(nullptr, nullptr)}, {"receive", dgram.RecvMulticastInitialize(1)},
+                                {"multicast", dgram.SendMulticastInitialize(&multicast, 1)}, {"add", dgram.RecvMulticastAdd(GROUP)},
+                                {"remove", dgram.RecvMulticastRemove(GROUP)}, {"join", dgram.RecvMulticastGroupJoin(GROUP)}});
+              // clang-format on
+              KELNtpTime wait;
+              EXPECT_EQ(dgram.HasDataWithSleep(&wait), -1);
+              EXPECT_EQ(errno, EBADF);
+              EXPECT_EQ(CallsTake(), "");
+              return 0;
+            }),
+            "memory, memory, KelDGramInitialize");
 }
 
 TEST_F(Endpoint, SendsOnceAfterTellingTheListener) {
@@ -73,29 +82,33 @@ TEST_F(Endpoint, SendsOnceAfterTellingTheListener) {
   EXPECT_EQ(CallsTake(), "KelDGramInitialize; heard 3; sendTo 3; sendTo 0 null");
 }
 
-TEST_F(Endpoint, WaitsWithOneSelect) {
+TEST_F(Endpoint, WaitsWithOneSelectForReadingAlone) {
   Script().descriptor = FD_SETSIZE - 1;
   VORNDGram dgram(0, 0, nullptr, -1), tooLarge(0, 0, nullptr, -1);
   CallsTake();
-  const std::pair<KELNtpTime, timeval> rows[] = {{{0, UINT32_MAX}, {1, 0}},
-                                                 {{0, 0x80000000}, {0, 500000}},
-                                                 {{INT32_MAX, UINT32_MAX}, {INT32_MAX, 1000000}},
-                                                 {{-3, 2145}, {-3, 1}}};
-  for (auto [timeout, expected] : rows) {
-    SCOPED_TRACE(timeout.sec);
-    System().select = [wanted = expected](int count, fd_set* readable, fd_set* writable,
-                                          fd_set* broken, timeval* wait) {
+  // clang-format off
+  const struct { const char* what; KELNtpTime timeout; timeval wait; int answer; } rows[] = {
+      {"rounded to a second", {0, UINT32_MAX}, {1, 0}, 9},
+      {"a failure", {0, 0x80000000}, {0, 500000}, -1},
+      {"the longest", {INT32_MAX, UINT32_MAX}, {INT32_MAX, 1000000}, 0},
+      {"negative", {-3, 2145}, {-3, 1}, 1}};
+  // clang-format on
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    System().select = [&](int count, fd_set* readable, fd_set* writable, fd_set* broken,
+                          timeval* wait) {
       fd_set only{};
       FD_SET(FD_SETSIZE - 1, &only);
-      EXPECT_EQ(writable, nullptr);
-      EXPECT_EQ(broken, nullptr);
       EXPECT_EQ(count, FD_SETSIZE);
       EXPECT_EQ(std::memcmp(readable, &only, sizeof only), 0);
-      EXPECT_EQ(wait->tv_sec, wanted.tv_sec);
-      EXPECT_EQ(wait->tv_usec, wanted.tv_usec);
-      return 9;
+      EXPECT_EQ(writable, nullptr);
+      EXPECT_EQ(broken, nullptr);
+      EXPECT_EQ(wait->tv_sec, row.wait.tv_sec);
+      EXPECT_EQ(wait->tv_usec, row.wait.tv_usec);
+      return row.answer;
     };
-    EXPECT_EQ(dgram.HasDataWithSleep(&timeout), 9);
+    KELNtpTime timeout = row.timeout;
+    EXPECT_EQ(dgram.HasDataWithSleep(&timeout), row.answer);
     EXPECT_EQ(dgram.HasDataWithSleep(nullptr), -1);
     EXPECT_EQ(tooLarge.HasDataWithSleep(&timeout), -1);
     EXPECT_EQ(errno, EINVAL);
@@ -144,10 +157,9 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
     expect(leave, 0, "");
     expect(join, 1, joined);
     expect(join, 1, "");
-    for (const int failing : {1, 2, 0}) {
-      System().failingAllocation = System().allocations + failing;
-      EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP + 1), failing == 0 ? 1 : 0) << failing;
-    }
+    EXPECT_EQ(
+        FaultsTry([&dgram] { return dgram.RecvMulticastGroupJoin(GROUP + 1); }),
+        "memory, memory, ADD_MEMBERSHIP 239.1.1.2 10.0.0.1, ADD_MEMBERSHIP 239.1.1.2 0.0.0.3");
     VORN_NIC[3].flags = NIC_MULTICAST;
     CallsTake();
   }
@@ -157,21 +169,27 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
 
 TEST_F(Endpoint, CountsNoJoinThatFails) {
   const std::string failed = "VORN: unable to add multicast address 239.1.1.1 on interface ";
-  const std::pair<std::vector<int>, std::vector<Message>> rows[] = {
-      {{EADDRINUSE, EADDRINUSE}, {}},
-      {{ENOBUFS, 7}, {{0, failed + "10.0.0.1\n"}, {1, "VORN: socket error 105\n"}}},
-      {{0, ENODEV, 7}, {{0, failed + "0.0.0.3\n"}, {1, "VORN: socket error 19\n"}}}};
-  for (const auto& row : rows) {
-    const InterfaceTable table(FOUR);
-    MessagesExpect(row.second, [&] {
+  const std::string first = "ADD_MEMBERSHIP 239.1.1.1 10.0.0.1",
+                    both = first + "; ADD_MEMBERSHIP 239.1.1.1 0.0.0.3";
+  // clang-format off
+  const struct { std::vector<int> errors; int joined; std::string calls; std::vector<Message> messages; } rows[] = {
+      {{EADDRINUSE, EADDRINUSE}, 1, both, {}},
+      {{ENOBUFS}, 0, first, {{0, failed + "10.0.0.1\n"}, {1, "VORN: socket error 105\n"}}},
+      {{0, ENODEV}, 0, both, {{0, failed + "0.0.0.3\n"}, {1, "VORN: socket error 19\n"}}}};  // the first stays joined
+  // clang-format on
+  const InterfaceTable table(FOUR);
+  for (const auto& row : rows)
+    MessagesExpect(row.messages, [&row] {
       VORNDGram dgram(1, 0, nullptr, -1);
-      auto& left = Script().optionErrno[KEL_DGRAM_OPT_ADD_MEMBERSHIP] = row.first;
-      const int joined = row.second.empty() ? 1 : 0;
-      EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), joined);
-      EXPECT_EQ(left.size(), row.second.empty() ? 0U : 1U) << row.first[0];
-      EXPECT_EQ(dgram.RecvMulticastGroupLeave(GROUP), joined);
+      Script().optionErrno[KEL_DGRAM_OPT_ADD_MEMBERSHIP] = row.errors;
+      CallsTake();
+      EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), row.joined);
+      EXPECT_EQ(CallsTake(), row.calls);
+      EXPECT_EQ(dgram.RecvMulticastGroupLeave(GROUP), row.joined);
     });
-  }
+}
+
+TEST_F(Endpoint, JoinsNothingWithoutInterfaces) {
   VORNDGram dgram(1, 0, nullptr, -1);
   EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), 0) << "without a table";
   EXPECT_EQ(dgram.RecvMulticastRemove(GROUP), 0);

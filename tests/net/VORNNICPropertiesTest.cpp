@@ -1,5 +1,6 @@
 #include "net/VORNNICProperties.h"
 #include "net/miscIPUtils.h"
+#include "support/Faults.h"
 #include "support/ScriptedInterfaces.h"
 
 #include <utility>
@@ -49,14 +50,18 @@ TEST_F(InterfaceList, StandsInForWhatCannotBeRead) {
     const Message unknown{1, nameResult == 0 ? "VornStringToAddress:: host  not found.\n" : ""};
     const auto expect = [&](const std::vector<Message>& messages, auto situation) {
       MessagesExpect(messages, [&] {
-        System().gethostname = [&](char* name) { return *name = '\0', nameResult; };
+        System().gethostname = [&](char*) { return nameResult; };
         System().gethostbyname = [](const char*) { return static_cast<hostent*>(nullptr); };
         situation();
         EXPECT_EQ(Acquired(), (Nics{{0, 0x15}, {0x7F000001, 0x17}}));
       });
     };
-    expect({failed, assumed, unknown},
-           [] { System().ioctl = [](unsigned long, void*) { return errno = 25, -3; }; });
+    expect({failed, assumed, unknown}, [] {
+      System().ioctl = [](unsigned long, void*) {
+        errno = 25;
+        return -3;
+      };
+    });
     expect({LISTED, assumed, unknown}, [] { InterfacesScript({{0, UP}}); });
     expect({{0, "VORN: Unable to allocate object dgram\n"}, unknown},
            [] { Script().dgramInitializeFails = true; });
@@ -78,6 +83,27 @@ TEST_F(InterfaceList, RefusesANullCountFirstInWordsReadWhenPrinted) {
         WarnPreUtilsInit = prefix;
         WarnFrmUtilsNULLParam = format;
       });
+}
+
+TEST_F(InterfaceList, PrintsARecordAtEveryVerbosity) {
+  VORNNICProperties nic{NIC_UP | NIC_BROADCAST, 0x0A000001}, none{};
+  MessagesExpect({{-1, "X Interface: 10.0.0.1 (BROADCAST,UP)\n Interface: 0.0.0.0 ()\n"}}, [&] {
+    NicPropertiesPrint("X", 9, &nic);
+    NicPropertiesPrint(nullptr, -9, &none);
+    NicPropertiesPrint("X", 0, nullptr);
+  });
+}
+
+TEST_F(InterfaceList, NeedsMemoryAndDoesWithoutTheRest) {
+  EXPECT_EQ(FaultsTry([] {
+              InterfacesScript({{1, UP}});
+              System().gethostname = [](char*) { return -1; };
+              if (Class::NICInitialize() == 0)
+                return 0;
+              EXPECT_EQ(Script().openSockets, 0);
+              return Class::NICDestroy();
+            }),
+            "memory");
 }
 
 constexpr unsigned int DOWN = 0x0A000001;  // an interface of the first list only

@@ -42,16 +42,35 @@ TEST_F(Utils, RandomNumbersReachBothBoundsAndNoFurther) {
     EXPECT_EQ(VornRandomNumberGenerate(low, high), low);
 }
 
+TEST_F(Utils, RandomNumbersRepeatWithTheirSeed) {
+  const auto draw = [](unsigned int seed) {
+    VornRandomNumberSeed(seed);
+    std::vector<int> drawn(20);
+    for (int& number : drawn)
+      number = VornRandomNumberGenerate(0, 1000);
+    return drawn;
+  };
+  const std::vector<int> first = draw(7);
+  EXPECT_NE(draw(8), first);
+  EXPECT_EQ(draw(7), first);
+}
+
 TEST_F(Utils, EveryPriorityIsAskedForAndEachRefusalPrinted) {
-  const std::string refusal = "VORNThread: Unsupported priority ";
-  MessagesExpect({{0, refusal + "PFIRST" + refusal + "PSEVENTH"}}, [] {
-    Script().refusedPriorities = {72, 40};
-    EXPECT_EQ(VORNThreadInfo().PriorityIsValid(), 0);
-    EXPECT_EQ(CallsTake(), "priority 72 3; priority 71 3; priority 70 3; priority 68 3; "
-                           "priority 67 3; priority 41 3; priority 40 3");
-    Script().refusedPriorities.clear();
-    EXPECT_EQ(VORNThreadInfo().PriorityIsValid(), 1);
-  });
+  // clang-format off
+  const struct { std::set<int> refused; int isValid; const char* text; } rows[] = {
+      {{}, 1, ""}, {{72}, 0, "PFIRST"}, {{71}, 0, "PSECOND"}, {{70}, 0, "PTHIRD"}, {{68}, 0, "PFOURTH"}, {{67}, 0, "PFIFTH"},
+      {{41}, 0, "PSIXTH"}, {{40}, 0, "PSEVENTH"}, {{72, 40}, 0, "PFIRSTVORNThread: Unsupported priority PSEVENTH"}};
+  // clang-format on
+  for (const auto& row : rows)
+    MessagesExpect({{0, (row.isValid != 0 ? "" : "VORNThread: Unsupported priority ") +
+                            std::string(row.text)}},
+                   [&row] {
+                     Script().refusedPriorities = row.refused;
+                     EXPECT_EQ(VORNThreadInfo().PriorityIsValid(), row.isValid);
+                     EXPECT_EQ(CallsTake(),
+                               "priority 72 3; priority 71 3; priority 70 3; priority 68 3; "
+                               "priority 67 3; priority 41 3; priority 40 3");
+                   });
 }
 
 }  // namespace
