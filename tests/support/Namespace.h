@@ -30,7 +30,7 @@ void Send(VORNDGramClass& endpoint, std::string text, unsigned int group = FIRST
 /// The next `count` datagrams with where they came from.
 std::multiset<std::string> Received(VORNDGram& endpoint, int count);
 
-/// Whether the system lists a group (dotted) among those of an interface: 1 or 0.
-int IsJoined(const char* interface, const std::string& group);
+/// Those of the interfaces "keep0", "drop0" and "lo" on which the system lists a group (dotted).
+std::set<std::string> JoinedTo(const std::string& group);
 
 #endif

@@ -1,11 +1,16 @@
 #include "support/Emulator.h"
 #include "support/Namespace.h"
 
+#include <filesystem>
+
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 namespace {
 
-int JoinedCount() { return IsJoined("keep0", "239.1.2.3") + IsJoined("drop0", "239.1.2.3"); }
+using Interfaces = std::set<std::string>;
+const Interfaces BOTH{"drop0", "keep0"}, NONE;
 
 // The near end of one pair has two addresses: two records of the table for one device.
 void EveryInterfaceTakesPart() {
@@ -17,13 +22,21 @@ void EveryInterfaceTakesPart() {
   EXPECT_EQ(VORN_NIC_COUNT, 4);
   {
     VORNDGram receiver(1, 0, nullptr, -1);
-    EXPECT_EQ(receiver.RecvMulticastGroupJoin(FIRST_GROUP) +
-                  receiver.RecvMulticastGroupJoin(FIRST_GROUP),
-              2);
-    EXPECT_EQ(JoinedCount() - IsJoined("lo", "239.1.2.3"), 2);
-    EXPECT_EQ(receiver.RecvMulticastGroupLeave(FIRST_GROUP) + JoinedCount(), 3);
-    EXPECT_EQ(receiver.RecvMulticastGroupLeave(FIRST_GROUP) + JoinedCount(), 1);
-    EXPECT_EQ(receiver.RecvMulticastGroupJoin(FIRST_GROUP) + JoinedCount(), 3);
+    const struct {
+      const char* what;
+      int (VORNDGram::*change)(unsigned int group);
+      Interfaces joined;
+    } steps[] = {
+        {"first join", &VORNDGram::RecvMulticastGroupJoin, BOTH},
+        {"second join", &VORNDGram::RecvMulticastGroupJoin, BOTH},
+        {"first leave", &VORNDGram::RecvMulticastGroupLeave, BOTH},
+        {"last leave", &VORNDGram::RecvMulticastGroupLeave, NONE},
+        {"new join", &VORNDGram::RecvMulticastGroupJoin, BOTH},
+    };
+    for (const auto& step : steps) {
+      EXPECT_EQ((receiver.*step.change)(FIRST_GROUP), 1) << step.what;
+      EXPECT_EQ(JoinedTo("239.1.2.3"), step.joined) << step.what;
+    }
     VORNMulticastProperties multicast{1, 1, 0};
     VORNDGramMulticast sender(&multicast, 0, nullptr, -1);
     Send(sender, "once");
@@ -34,13 +47,54 @@ void EveryInterfaceTakesPart() {
               (std::multiset<std::string>{"once from 10.77.1.1", "once from 10.77.1.9",
                                           "once from 10.77.2.1", "end from 10.77.2.1"}));
   }
-  EXPECT_EQ(JoinedCount(), 0);
+  EXPECT_EQ(JoinedTo("239.1.2.3"), NONE);
+  EXPECT_EQ(VORNDGramClass::NICDestroy(), 1);
+}
+
+int DescriptorCount() {
+  return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+void OptionsReachTheKernel() {
+  Run("ip link set lo up");
+  const int before = DescriptorCount();
+  ASSERT_EQ(VORNDGramClass::NICInitialize(), 1);
+  EXPECT_EQ(DescriptorCount(), before);
+  {
+    VORNDGramProperties sizes{30000, 20000};
+    VORNDGram dgram(1, -1, &sizes, socket(AF_INET, SOCK_DGRAM, 0));
+    EXPECT_EQ(DescriptorCount(), before + 1) << "the adopted one alone";
+    VORNMulticastProperties multicast{1, 9, 0};
+    EXPECT_EQ(dgram.SendMulticastInitialize(&multicast, 0x7F000001), 1);
+    EXPECT_EQ(dgram.RecvMulticastInitialize(NAMESPACE_PORT), NAMESPACE_PORT);
+    // clang-format off
+    const struct { const char* name; int level, option, value; } rows[] = {
+        {"send buffer, which the system doubles", SOL_SOCKET, SO_SNDBUF, 40000},
+        {"receive buffer, which the system doubles", SOL_SOCKET, SO_RCVBUF, 60000},
+        {"broadcast", SOL_SOCKET, SO_BROADCAST, 1},
+        {"reuse", SOL_SOCKET, SO_REUSEADDR, 1},
+        {"time to live", IPPROTO_IP, IP_MULTICAST_TTL, 9},
+        {"loopback", IPPROTO_IP, IP_MULTICAST_LOOP, 0},
+        {"interface", IPPROTO_IP, IP_MULTICAST_IF, static_cast<int>(htonl(0x7F000001))}};
+    // clang-format on
+    for (const auto& row : rows) {
+      int value = -1;
+      socklen_t size = sizeof value;
+      EXPECT_EQ(getsockopt(dgram.socketGet(&dgram), row.level, row.option, &value, &size), 0);
+      EXPECT_EQ(value, row.value) << row.name;
+    }
+    const VORNDGram own(1, 0, nullptr, -1);
+    const VORNDGramMulticast sender(&multicast, 0, nullptr, -1);
+    EXPECT_EQ(DescriptorCount(), before + 3);
+  }
+  EXPECT_EQ(DescriptorCount(), before);
   EXPECT_EQ(VORNDGramClass::NICDestroy(), 1);
 }
 
 void TableIsFull() {
   Run("ip link set lo up && for i in $(seq 1 40); do ip addr add 10.78.0.$i/24 dev lo; done");
-  ASSERT_EQ(VORNDGramClass::NICInitialize() + VORN_NIC_COUNT, 33);
+  ASSERT_EQ(VORNDGramClass::NICInitialize(), 1);
+  ASSERT_EQ(VORN_NIC_COUNT, 32);
   for (unsigned int i = 1; i < 32; ++i)
     EXPECT_EQ(VORN_NIC[i].address, 0x0A4E0000 + i);
   EXPECT_EQ(VORNDGramClass::NICIsMulticastSupported(), 0);
@@ -50,6 +104,11 @@ void TableIsFull() {
 TEST(System, EveryInterfaceTakesPartInMulticast) {
   SKIP_UNDER_EMULATOR("IP_MULTICAST_IF");
   NamespaceRun(EveryInterfaceTakesPart);
+}
+
+TEST(System, OptionsReachTheKernelAndNoDescriptorStays) {
+  SKIP_UNDER_EMULATOR("IP_MULTICAST_IF");
+  NamespaceRun(OptionsReachTheKernel);
 }
 
 TEST(System, TableHoldsTheFirst32Interfaces) { NamespaceRun(TableIsFull); }
