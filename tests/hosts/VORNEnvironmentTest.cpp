@@ -102,7 +102,7 @@ TEST_F(HostList, TextsAreFilteredAsAModelDoesAndCutAtTheLimit) {
   setenv(NAME, "variable", 1);
   file.text = "# peers\n  hostA \t hostB\r\n10.1.0.0/ffff0000   # lab subnet\n::\n";
   Expect("hostA:hostB\r:10.1.0.0/ffff0000", 1, 1, {useFile});
-  std::vector<std::string> texts{"", " \n#nothing", "a::b:"};
+  std::vector<std::string> texts{"", "x", " \n#nothing", "a::b:"};
   std::mt19937 random(2);
   const auto pick = [&](unsigned below) { return static_cast<int>(random() % below); };
   for (std::size_t size = 1; size < 9000; size += 1 + random() % 97)

@@ -2,35 +2,32 @@
 
 #include "support/ScriptedLayer.h"
 
-#include <algorithm>
-#include <array>
-#include <atomic>
 #include <cerrno>
+#include <mutex>
 #include <new>
+#include <set>
 
 namespace {
 
 ScriptedSystem script;
 
-// A fixed table, since it is used while memory is given back; blocks beyond it are not followed.
-std::array<std::atomic<void*>, 256> blocks;
-std::atomic<std::size_t> blocksUsed;
+std::recursive_mutex blocksMutex;  // since the set gives back memory itself
+
+// Never destroyed: other statics give back memory later.
+std::set<void*>& Blocks() {
+  static auto& blocks = *new std::set<void*>;
+  return blocks;
+}
 
 void* BlockHold(void* block) {
-  for (std::size_t i = 0; i < blocks.size(); ++i) {
-    void* none = nullptr;
-    if (!blocks[i].compare_exchange_strong(none, block))
-      continue;
-    blocksUsed = std::max<std::size_t>(blocksUsed, i + 1);
-    break;
-  }
+  const std::lock_guard lock(blocksMutex);
+  Blocks().insert(block);
   return block;
 }
 
 void BlockRelease(void* block) {
-  for (std::size_t i = 0; block != nullptr && i < blocksUsed; ++i)
-    if (void* held = block; blocks[i].compare_exchange_strong(held, nullptr))
-      return;
+  const std::lock_guard lock(blocksMutex);
+  Blocks().erase(block);
 }
 
 bool AllocationFails() {
@@ -44,8 +41,8 @@ ScriptedSystem& System() { return script; }
 
 void SystemReset() {
   script = {};
-  std::ranges::fill(blocks, nullptr);
-  blocksUsed = 0;
+  const std::lock_guard lock(blocksMutex);
+  Blocks().clear();
 }
 
 bool StepFails(const char* step) {
@@ -56,10 +53,7 @@ bool StepFails(const char* step) {
   return true;
 }
 
-int BlocksHeld() {
-  const auto isHeld = [](const auto& block) { return block != nullptr; };
-  return static_cast<int>(std::ranges::count_if(blocks, isHeld));
-}
+int BlocksHeld() { return static_cast<int>(Blocks().size()); }
 
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
   return AllocationFails() ? nullptr : BlockHold(::operator new(size));
