@@ -4,7 +4,6 @@
 #include "hosts/VORNHostListProperties.h"
 #include "support/Messages.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -37,36 +36,31 @@ void FilterExpect(const std::string& input, int limit, std::size_t block, char s
   EXPECT_EQ(overflow != 0, model.overflow);
 }
 
-// The file of the list. The first `failures` reads that begin at `failsAt` fail.
+// The file of the list, as the reads of it give it. An empty piece is a read that fails.
 struct File {
   bool isThere = true;
-  std::string text;
-  std::size_t mostPerRead = 4096, failsAt = std::string::npos;
-  int failures = 0, failuresLeft = 0, open = 0;
-  std::size_t at = 0;
+  std::vector<std::string> pieces;
+  std::size_t next = 0;
+  int open = 0;
 
+  void Set(const std::string& text, std::size_t pieceSize) {
+    pieces.clear();
+    for (std::size_t at = 0; at < text.size(); at += pieceSize)
+      pieces.push_back(text.substr(at, pieceSize));
+  }
   FILE* Open() {
-    at = 0;
-    failuresLeft = failures;
+    next = 0;
     open += isThere ? 1 : 0;
     return isThere ? fopencookie(this, "r", {Read, nullptr, nullptr, Close}) : nullptr;
   }
   static ssize_t Read(void* cookie, char* to, std::size_t size) {
     File& file = *static_cast<File*>(cookie);
-    if (file.at == file.failsAt && file.failuresLeft-- > 0) {
-      errno = EIO;
-      return -1;
-    }
-    const std::size_t rest = file.failsAt > file.at ? file.failsAt - file.at : std::string::npos;
-    const std::size_t length =
-        file.text.copy(to, std::min({size, file.mostPerRead, rest}), file.at);
-    file.at += length;
-    return static_cast<ssize_t>(length);
+    if (file.next == file.pieces.size())
+      return 0;
+    const std::string& piece = file.pieces[file.next++];
+    return piece.empty() ? -1 : static_cast<ssize_t>(piece.copy(to, size));
   }
-  static int Close(void* cookie) {
-    --static_cast<File*>(cookie)->open;
-    return 0;
-  }
+  static int Close(void* cookie) { return --static_cast<File*>(cookie)->open; }
 };
 
 struct HostList : Scripted {
@@ -100,7 +94,7 @@ struct HostList : Scripted {
 
 TEST_F(HostList, TextsAreFilteredAsAModelDoesAndCutAtTheLimit) {
   setenv(NAME, "variable", 1);
-  file.text = "# peers\n  hostA \t hostB\r\n10.1.0.0/ffff0000   # lab subnet\n::\n";
+  file.pieces = {"# peers\n  hostA \t hostB\r\n10.1.0.0/ffff0000   # lab subnet\n::\n"};
   Expect("hostA:hostB\r:10.1.0.0/ffff0000", 1, 1, {useFile});
   std::vector<std::string> texts{"", "x", " \n#nothing", "a::b:"};
   std::mt19937 random(2);
@@ -113,8 +107,7 @@ TEST_F(HostList, TextsAreFilteredAsAModelDoesAndCutAtTheLimit) {
   for (const std::string& text : texts)
     for (const int length : {4096, 4097, 9000}) {
       FilterExpect(text, pick(4097), 1 + random() % 100, ":,"[pick(2)]);
-      file.text = text;
-      file.mostPerRead = 1 + random() % 200;
+      file.Set(text, 1 + random() % 200);
       HostListModel model(text, length == 4096 ? 4095 : 4096);
       model.text = model.text.empty() ? "old" : model.text;
       if (model.text.back() == ':')
@@ -144,23 +137,21 @@ TEST_F(HostList, FileThatCannotBeReadToItsEndGivesNoListAndTheVariableIsNotAsked
   const Message stopped{0, "error 1 reading file VORN_PEER_HOSTS"};
   const Message failed{0, "error reading file VORN_PEER_HOSTS"};
   setenv(NAME, "variable", 1);
-  file.text.assign(200, 'x');
-  for (const std::size_t place : {0U, 63U, 100U, 200U}) {
-    SCOPED_TRACE(place);
-    file.failsAt = place;
-    file.failures = 9;
-    Expect("(null)", 1, 1, {useFile, stopped, failed});
-    file.failures = 1;  // and is read on, except after a whole block
-    Expect("(null)", 1, 1, {useFile, {place % 63 == 0 ? 0 : 9, stopped.text}, failed});
-  }
+  const std::string block(63, 'x'), more(9, 'y');
+  file.pieces = {block + more, "", ""};
+  Expect("(null)", 1, 1, {useFile, stopped, failed});
+  file.pieces = {block, "", more};
+  Expect("(null)", 1, 1, {useFile, stopped, failed});
+  file.pieces = {block + more, "", more};  // the rest of the block can be used, and is read on
+  Expect("(null)", 1, 1, {useFile, failed});
 }
 
 TEST_F(HostList, EachTypeHasItsFileAndVariable) {
-  const std::pair<VORNEnvironmentType, const char*> lists[] = {
-      {VORN_ENVIRONMENT_MANAGER_HOSTS, "VORN_MANAGER_HOSTS"},
-      {VORN_ENVIRONMENT_APP_HOSTS, "VORN_APP_HOSTS"},
-      {VORN_ENVIRONMENT_MANAGEE_HOSTS, "VORN_MANAGEE_HOSTS"},
-      {VORN_ENVIRONMENT_PEER_HOSTS, "VORN_PEER_HOSTS"}};
+  // clang-format off
+  const struct { VORNEnvironmentType type; const char* name; } lists[] = {
+      {VORN_ENVIRONMENT_MANAGER_HOSTS, "VORN_MANAGER_HOSTS"}, {VORN_ENVIRONMENT_APP_HOSTS, "VORN_APP_HOSTS"},
+      {VORN_ENVIRONMENT_MANAGEE_HOSTS, "VORN_MANAGEE_HOSTS"}, {VORN_ENVIRONMENT_PEER_HOSTS, "VORN_PEER_HOSTS"}};
+  // clang-format on
   for (const auto& [type, name] : lists) {
     setenv(name, name, 1);
     std::string path;
@@ -203,13 +194,8 @@ TEST_F(HostList, RequestsThatCannotBeMetWriteNothing) {
 }
 
 TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
-  struct Row {
-    const char* what;
-    const char* input;
-    int length, limit, written, overflow;
-    bool hasStatus = true, hasOutput = true;
-  };
-  const Row rows[] = {
+  // clang-format off
+  const struct { const char *what, *input; int length, limit, written, overflow; bool hasStatus = true, hasOutput = true; } rows[] = {
       {"no status", "a", 1, 1, 0, 0, false},
       {"no output", "a", 1, 1, 0, 0, true, false},
       {"no input", nullptr, 1, 1, 0, 0},
@@ -218,9 +204,9 @@ TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
       {"no output, nothing to write", " ", 1, 0, 0, 0, true, false},
       {"negative length", "a", -1, 1, 0, 0},
       {"negative limit", " a", 2, -1, 0, 1},
-      {"nothing at all", nullptr, 0, 0, 0, 0, false, false},
-  };
-  for (const Row& row : rows) {
+      {"nothing at all", nullptr, 0, 0, 0, 0, false, false}};
+  // clang-format on
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     FilterStatus status{0, 0};
     int overflow = 7;
@@ -240,7 +226,7 @@ TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
 // Blanks fill no buffer: only the bound on what is read ends a long file of them.
 TEST_F(HostList, FilesAreReadUpTo16MiBAndOnlyALongerOneIsToldOf) {
   for (const char* end : {"xy", "xyz"}) {
-    file.text = std::string((1 << 24) - 2, ' ') + end;
+    file.Set(std::string((1 << 24) - 2, ' ') + end, 4096);
     Expect("xy", 0, 1, {useFile, {end[2] != '\0' ? 0 : 9, "file too long. max 4096"}});
   }
 }

@@ -1,4 +1,6 @@
+#include "hosts/VORNHostMask.h"
 #include "support/Emulator.h"
+#include "support/HashTable.h"
 #include "support/Namespace.h"
 
 #include <filesystem>
@@ -13,7 +15,7 @@ using Interfaces = std::set<std::string>;
 const Interfaces BOTH{"drop0", "keep0"}, NONE;
 
 // The near end of one pair has two addresses: two records of the table for one device.
-void EveryInterfaceTakesPart() {
+void EveryInterfaceTakesPartUntilItIsPruned() {
   VORNDGram peer(1, 0, nullptr, -1);
   ASSERT_EQ(peer.RecvMulticastInitialize(NAMESPACE_PORT), NAMESPACE_PORT);
   NamespacesMake(peer);
@@ -22,17 +24,12 @@ void EveryInterfaceTakesPart() {
   EXPECT_EQ(VORN_NIC_COUNT, 4);
   {
     VORNDGram receiver(1, 0, nullptr, -1);
-    const struct {
-      const char* what;
-      int (VORNDGram::*change)(unsigned int group);
-      Interfaces joined;
-    } steps[] = {
-        {"first join", &VORNDGram::RecvMulticastGroupJoin, BOTH},
-        {"second join", &VORNDGram::RecvMulticastGroupJoin, BOTH},
-        {"first leave", &VORNDGram::RecvMulticastGroupLeave, BOTH},
-        {"last leave", &VORNDGram::RecvMulticastGroupLeave, NONE},
-        {"new join", &VORNDGram::RecvMulticastGroupJoin, BOTH},
-    };
+    constexpr auto join = &VORNDGram::RecvMulticastGroupJoin;
+    constexpr auto leave = &VORNDGram::RecvMulticastGroupLeave;
+    // clang-format off
+    const struct { const char* what; int (VORNDGram::*change)(unsigned int group); Interfaces joined; } steps[] = {
+        {"first join", join, BOTH}, {"second join", join, BOTH}, {"first leave", leave, BOTH}, {"last leave", leave, NONE}, {"new join", join, BOTH}};
+    // clang-format on
     for (const auto& step : steps) {
       EXPECT_EQ((receiver.*step.change)(FIRST_GROUP), 1) << step.what;
       EXPECT_EQ(JoinedTo("239.1.2.3"), step.joined) << step.what;
@@ -46,6 +43,18 @@ void EveryInterfaceTakesPart() {
     EXPECT_EQ(Received(peer, 4),
               (std::multiset<std::string>{"once from 10.77.1.1", "once from 10.77.1.9",
                                           "once from 10.77.2.1", "end from 10.77.2.1"}));
+    // What a pruned interface let through would come before the end.
+    VORNHostMask subnet(0x0A4D0100, 0xFFFFFF00);
+    HTClass table;
+    ASSERT_EQ(Insert(table, "10.77.1.0/ffffff00", &subnet), 1);
+    EXPECT_EQ(VornSubnetMatch(&table, nullptr, 0, nullptr), 0);
+    Send(sender, "pruned");
+    Send(marker, "end");
+    EXPECT_EQ(Received(peer, 3),
+              (std::multiset<std::string>{"pruned from 10.77.1.1", "pruned from 10.77.1.9",
+                                          "end from 10.77.2.1"}));
+    EXPECT_EQ(receiver.RecvMulticastGroupJoin(SECOND_GROUP), 1);
+    EXPECT_EQ(JoinedTo("239.1.2.4"), Interfaces{"keep0"});
   }
   EXPECT_EQ(JoinedTo("239.1.2.3"), NONE);
   EXPECT_EQ(VORNDGramClass::NICDestroy(), 1);
@@ -101,9 +110,9 @@ void TableIsFull() {
   EXPECT_EQ(VORNDGramClass::NICDestroy(), 1);
 }
 
-TEST(System, EveryInterfaceTakesPartInMulticast) {
+TEST(System, EveryInterfaceTakesPartInMulticastUntilItIsPruned) {
   SKIP_UNDER_EMULATOR("IP_MULTICAST_IF");
-  NamespaceRun(EveryInterfaceTakesPart);
+  NamespaceRun(EveryInterfaceTakesPartUntilItIsPruned);
 }
 
 TEST(System, OptionsReachTheKernelAndNoDescriptorStays) {
