@@ -40,19 +40,21 @@ struct Recipients : Scripted, HTRemoveFunc {
 
 TEST_F(Recipients, AreCountedMarkedRevivedAndRemovedOnce) {
   // clang-format off
-  const struct { const char* what; bool isDeclared; int count; bool isMarked; const char* calls = "Find -32767, lock 1"; } steps[] = {
-      {"the first", true, 1, false, "Find -32767, lock 1; InsertNode 32, lock 1"},
-      {"a second", true, 2, false},
-      {"one goes", false, 1, false},
-      {"the last goes", false, 0, true},
-      {"one returns", true, 1, false},
-      {"it goes again", false, 0, true},
-      {"one that never was goes", false, -1, true},
-      {"it comes, too late", true, 0, false},
-      {"it goes again, unmarked", false, -1, false},
-      {"the debt is paid", true, 0, false},
-      {"one comes", true, 1, false},
-      {"it goes, marked", false, 0, true}};
+  const char* const find = "Find -32767, lock 1";
+  const char* const insert = "Find -32767, lock 1; InsertNode 32, lock 1";
+  const struct { const char* what; bool isDeclared; int count; bool isMarked; const char* calls; } steps[] = {
+      {"the first", true, 1, false, insert},
+      {"a second", true, 2, false, find},
+      {"one goes", false, 1, false, find},
+      {"the last goes", false, 0, true, find},
+      {"one returns", true, 1, false, find},
+      {"it goes again", false, 0, true, find},
+      {"one that never was goes", false, -1, true, find},
+      {"it comes, too late", true, 0, false, find},
+      {"it goes again, unmarked", false, -1, false, find},
+      {"the debt is paid", true, 0, false, find},
+      {"one comes", true, 1, false, find},
+      {"it goes, marked", false, 0, true, find}};
   // clang-format on
   for (const auto& step : steps) {
     SCOPED_TRACE(step.what);

@@ -195,7 +195,7 @@ TEST_F(HostList, RequestsThatCannotBeMetWriteNothing) {
 
 TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
   // clang-format off
-  const struct { const char *what, *input; int length, limit, written, overflow; bool hasStatus = true, hasOutput = true; } rows[] = {
+  const struct { const char *what, *input; int length, limit, written, overflow; bool status = true, output = true; } rows[] = {
       {"no status", "a", 1, 1, 0, 0, false},
       {"no output", "a", 1, 1, 0, 0, true, false},
       {"no input", nullptr, 1, 1, 0, 0},
@@ -211,8 +211,8 @@ TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
     FilterStatus status{0, 0};
     int overflow = 7;
     char output = '!';
-    EXPECT_EQ(FilterWhitespace(row.hasStatus ? &status : nullptr, &overflow,
-                               row.hasOutput ? &output : nullptr, row.limit, row.input, row.length,
+    EXPECT_EQ(FilterWhitespace(row.status ? &status : nullptr, &overflow,
+                               row.output ? &output : nullptr, row.limit, row.input, row.length,
                                ':', '#'),
               row.written);
     EXPECT_EQ(overflow, row.overflow);

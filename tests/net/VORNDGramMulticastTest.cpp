@@ -34,11 +34,11 @@ TEST_F(MulticastSender, SendsFromEachInterfaceThatIsUp) {
   Script().descriptor = 5;
   Script().bindResult = [port = 40000](int) mutable { return ++port; };
   Sender sender(&multicast, KEL_DGRAM_OPT_SNDBUF, &sizes, 77);
-  // clang-format off
   EXPECT_EQ(CallsTake(),
-            "KelDGramInitialize; SNDBUF 512 on 5; bind 0 0 on 5; MULTICAST_TTL 9 on 5; MULTICAST_LOOP 0 on 5; MULTICAST_IF 10.0.0.1 on 5; "
-            "KelDGramInitialize; SNDBUF 512 on 6; bind 0 0 on 6; MULTICAST_TTL 9 on 6; MULTICAST_LOOP 0 on 6; MULTICAST_IF 10.0.0.2 on 6");
-  // clang-format on
+            "KelDGramInitialize; SNDBUF 512 on 5; bind 0 0 on 5; MULTICAST_TTL 9 on 5; "
+            "MULTICAST_LOOP 0 on 5; MULTICAST_IF 10.0.0.1 on 5; "
+            "KelDGramInitialize; SNDBUF 512 on 6; bind 0 0 on 6; MULTICAST_TTL 9 on 6; "
+            "MULTICAST_LOOP 0 on 6; MULTICAST_IF 10.0.0.2 on 6");
   EXPECT_EQ(sender.Indices(), (Ints{1, 2}));
   EXPECT_EQ(sender._port, 40001);
   const auto expect = [&](unsigned int address, const Ints& results, int sent, const char* calls) {

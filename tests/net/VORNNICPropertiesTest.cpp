@@ -95,22 +95,19 @@ TEST_F(InterfaceList, PrintsARecordAtEveryVerbosity) {
 }
 
 TEST_F(InterfaceList, NeedsMemoryAndDoesWithoutTheRest) {
-  EXPECT_EQ(FaultsTry([] {
-              InterfacesScript({{1, UP}});
-              System().gethostname = [](char*) { return -1; };
-              if (Class::NICInitialize() == 0)
-                return 0;
-              EXPECT_EQ(Script().openSockets, 0);
-              return Class::NICDestroy();
-            }),
-            "memory");
+  const auto use = [] {
+    InterfacesScript({{1, UP}});
+    System().gethostname = [](char*) { return -1; };
+    return Class::NICInitialize() != 0 ? Class::NICDestroy() : 0;
+  };
+  EXPECT_EQ(FaultsTry(use), "memory");
 }
 
 constexpr unsigned int DOWN = 0x0A000001;  // an interface of the first list only
 
 TEST_F(InterfaceList, LivesFromFirstUserToLastAndIsReadOnce) {
   // clang-format off
-  const struct Row { const char* name; int (*operation)(); int result, users, records, isCapable; unsigned int downMapped; } rows[] = {
+  const struct { const char* name; int (*change)(); int result, users, records, isCapable; unsigned int downMapped; } rows[] = {
       {"without memory", Class::NICInitialize, 0, -3, 0, 0, DOWN},
       {"first user", Class::NICInitialize, 1, 1, 2, 0, VORN_LOOPBACK_ADDRESS},
       {"second user", Class::NICInitialize, 1, 2, 2, 0, VORN_LOOPBACK_ADDRESS},
@@ -122,9 +119,9 @@ TEST_F(InterfaceList, LivesFromFirstUserToLastAndIsReadOnce) {
   Class::NICReferenceCount = -3;
   InterfacesScript({{VORN_LOOPBACK_ADDRESS, LOOP | UP | CAST}, {DOWN, CAST}});
   System().failingAllocation = 1;
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    EXPECT_EQ(row.operation(), row.result);
+    EXPECT_EQ(row.change(), row.result);
     EXPECT_EQ(Class::NICReferenceCount, row.users);
     EXPECT_EQ(VORN_NIC_COUNT, row.records);
     EXPECT_EQ(Class::NICIsValid(), row.records > 0 ? 1 : 0);

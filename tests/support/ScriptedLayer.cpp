@@ -38,15 +38,13 @@ int FirstTake(std::vector<int>* results, int otherwise) {
 }
 
 std::string OptionText(int code, const void* value, int size) {
-  static const std::map<int, std::string> NAMES{{KEL_DGRAM_OPT_REUSEADDR, "REUSEADDR"},
-                                                {KEL_DGRAM_OPT_SNDBUF, "SNDBUF"},
-                                                {KEL_DGRAM_OPT_RCVBUF, "RCVBUF"},
-                                                {KEL_DGRAM_OPT_DROP_MEMBERSHIP, "DROP_MEMBERSHIP"},
-                                                {KEL_DGRAM_OPT_ADD_MEMBERSHIP, "ADD_MEMBERSHIP"},
-                                                {KEL_DGRAM_OPT_MULTICAST_TTL, "MULTICAST_TTL"},
-                                                {KEL_DGRAM_OPT_MULTICAST_IF, "MULTICAST_IF"},
-                                                {KEL_DGRAM_OPT_MULTICAST_LOOP, "MULTICAST_LOOP"},
-                                                {KEL_DGRAM_OPT_BROADCAST, "BROADCAST"}};
+  // clang-format off
+  static const std::map<int, std::string> NAMES{
+      {KEL_DGRAM_OPT_REUSEADDR, "REUSEADDR"}, {KEL_DGRAM_OPT_SNDBUF, "SNDBUF"}, {KEL_DGRAM_OPT_RCVBUF, "RCVBUF"},
+      {KEL_DGRAM_OPT_DROP_MEMBERSHIP, "DROP_MEMBERSHIP"}, {KEL_DGRAM_OPT_ADD_MEMBERSHIP, "ADD_MEMBERSHIP"},
+      {KEL_DGRAM_OPT_MULTICAST_TTL, "MULTICAST_TTL"}, {KEL_DGRAM_OPT_MULTICAST_IF, "MULTICAST_IF"},
+      {KEL_DGRAM_OPT_MULTICAST_LOOP, "MULTICAST_LOOP"}, {KEL_DGRAM_OPT_BROADCAST, "BROADCAST"}};
+  // clang-format on
   constexpr int INTEGERS = KEL_DGRAM_OPT_REUSEADDR | KEL_DGRAM_OPT_SNDBUF | KEL_DGRAM_OPT_RCVBUF |
                            KEL_DGRAM_OPT_BROADCAST;
   std::string text = NAMES.at(code);
