@@ -75,7 +75,10 @@ int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* broken,
   return script.select(count, readable, writable, broken, wait);
 }
 
-FILE* __wrap_fopen64(const char* path, const char* mode) { return script.fopen(path, mode); }
+FILE* __wrap_fopen64(const char* path, const char* mode) {
+  Script().calls.push_back(std::string("fopen ") + path + ' ' + mode);
+  return script.fopen ? script.fopen() : nullptr;
+}
 
 int __wrap_gethostname(char* buffer, std::size_t length) {
   Script().calls.push_back("gethostname " + std::to_string(length));

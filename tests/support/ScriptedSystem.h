@@ -18,7 +18,7 @@ struct ScriptedSystem {
       select;
   std::function<int(char* buffer)> gethostname;
   std::function<hostent*(const char* name)> gethostbyname;
-  std::function<FILE*(const char* path, const char* mode)> fopen;
+  std::function<FILE*()> fopen;  ///< none: there is no file
   /// The allocation to fail, counted from 1 over malloc, calloc and new; 0: none.
   int failingAllocation = 0;
   int allocations = 0;

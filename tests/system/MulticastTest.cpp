@@ -79,23 +79,11 @@ void NoDescriptorStays() {
   EXPECT_EQ(VORNDGramClass::NICDestroy(), 1);
 }
 
-void TableIsFull() {
-  Run("ip link set lo up && for i in $(seq 1 40); do ip addr add 10.78.0.$i/24 dev lo; done");
-  ASSERT_EQ(VORNDGramClass::NICInitialize(), 1);
-  ASSERT_EQ(VORN_NIC_COUNT, 32);
-  for (unsigned int i = 1; i < 32; ++i)
-    EXPECT_EQ(VORN_NIC[i].address, 0x0A4E0000 + i);
-  EXPECT_EQ(VORNDGramClass::NICIsMulticastSupported(), 0);
-  EXPECT_EQ(VORNDGramClass::NICDestroy(), 1);
-}
-
 TEST(System, EveryInterfaceTakesPartInMulticastUntilItIsPruned) {
   SKIP_UNDER_EMULATOR("IP_MULTICAST_IF");
   NamespaceRun(EveryInterfaceTakesPartUntilItIsPruned);
 }
 
 TEST(System, EndpointsLeaveNoDescriptor) { NamespaceRun(NoDescriptorStays); }
-
-TEST(System, TableHoldsTheFirst32Interfaces) { NamespaceRun(TableIsFull); }
 
 }  // namespace
