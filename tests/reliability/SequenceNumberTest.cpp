@@ -2,6 +2,7 @@
 
 #include "support/Results.h"
 #include "support/ScriptedLayer.h"
+#include "utils/VORNUtilsDiag.h"
 
 #include <algorithm>
 #include <climits>
@@ -68,6 +69,7 @@ TEST(SequenceNumber, ReadsPairsAsSignAndMagnitudeAndShowsThem) {
     char text[SequenceNumber::TEXT_SIZE];
     EXPECT_STREQ(row.number.ToString(text, 0), row.text);
     ScriptReset();
+    VornUtilsVerbositySet(-1);
     row.number.Print(7);
     EXPECT_EQ(Script().printed, row.printed);
   }

@@ -1,7 +1,7 @@
 #include "reliability/VORNBitmap.h"
 
+#include "support/Faults.h"
 #include "support/Results.h"
-#include "support/ScriptedSystem.h"
 
 #include <algorithm>
 #include <climits>
@@ -11,6 +11,8 @@
 #include <vector>
 
 namespace {
+
+using Window = Scripted;
 
 constexpr std::uint32_t ONES = UINT32_MAX;
 
@@ -62,7 +64,7 @@ std::string Text(const Bitmap& bitmap) {
   return buffer;
 }
 
-TEST(Bitmap, AgreesWithAModelAtEverySize) {
+TEST_F(Window, AgreesWithAModelAtEverySize) {
   std::mt19937 random(2);
   const auto pick = [&](int below) {
     return static_cast<int>(random() % static_cast<unsigned>(below));
@@ -126,7 +128,7 @@ TEST(Bitmap, AgreesWithAModelAtEverySize) {
   }
 }
 
-TEST(Bitmap, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
+TEST_F(Window, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   Bitmap bitmap(256, SequenceNumber(9), 1);
   EXPECT_EQ(bitmap.Init(SequenceNumber(0), 33, 0), 1);
   EXPECT_EQ(bitmap.words[1], 0U);
@@ -148,7 +150,7 @@ TEST(Bitmap, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   // clang-format on
 }
 
-TEST(Bitmap, KeepsNegativeArgumentsButNoBits) {
+TEST_F(Window, KeepsNegativeArgumentsButNoBits) {
   // clang-format off
   for (const int size : {-1, INT_MIN}) {
     Bitmap bitmap(size, SequenceNumber(5), 1);
@@ -170,14 +172,18 @@ TEST(Bitmap, KeepsNegativeArgumentsButNoBits) {
   EXPECT_EQ(bitmap.ToString(nullptr, 322), nullptr);
 }
 
-TEST(Bitmap, WithoutStorageRefusesEverything) {
+TEST_F(Window, DiffersFromOneWithAnotherLeadOrSize) {
+  const Bitmap window(40, SequenceNumber(5), 1), same(40, SequenceNumber(5), 1);
+  const Bitmap lead(40, SequenceNumber(6), 1), size(39, SequenceNumber(5), 1);
+  ResultsExpect(1, {{"same", window == same}, {"lead", window != lead}, {"size", window != size}});
+  ResultsExpect(0, {{"same", window != same}, {"lead", window == lead}, {"size", window == size}});
+}
+
+TEST_F(Window, WithoutStorageRefusesEverything) {
   for (const int size : {257, INT_MAX, 9}) {
     Bitmap other(9, SequenceNumber(5), 1);
-    SystemReset();
-    System().failingAllocation = 1;
+    System().failingAllocation = size == 9 ? System().allocations + 1 : 0;
     Bitmap bitmap(size, SequenceNumber(5), 1);
-    EXPECT_EQ(System().allocations, size == 9 ? 1 : 0);
-    SystemReset();
     int bit = 7;
     SequenceNumber first;
     // clang-format off

@@ -97,7 +97,10 @@ ScriptedLayer::ScriptedLayer() {
 }
 
 KELMutex* KelMutexNew() {
-  return StepFails("KelMutexNew") || script->mutexNewFails ? nullptr : new KELMutex;
+  if (StepFails("KelMutexNew") || script->mutexNewFails)
+    return nullptr;
+  ++script->mutexes;
+  return new KELMutex;
 }
 
 int KelMutexTake(KELMutex* mutex) {
@@ -112,7 +115,10 @@ int KelMutexGive(KELMutex* mutex) {
   return 1;
 }
 
-void KelMutexDelete(KELMutex* mutex) { delete mutex; }
+void KelMutexDelete(KELMutex* mutex) {
+  script->mutexes -= mutex != nullptr ? 1 : 0;
+  delete mutex;
+}
 
 // Taken and given on one thread: a script of calls is all that it needs.
 struct KELSemaphore {};

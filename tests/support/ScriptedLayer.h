@@ -31,6 +31,7 @@ struct ScriptedLayer {
 
   bool mutexNewFails = false, semaphoreNewFails = false;
   std::atomic<int> mutexTakes{0}, mutexGives{0}, threadLocks{0}, threadUnlocks{0};
+  int mutexes = 0;  ///< made and not deleted
 
   std::set<int> refusedPriorities;
 

@@ -1,5 +1,5 @@
+#include "support/Faults.h"
 #include "support/Results.h"
-#include "support/ScriptedSystem.h"
 #include "time/VORNEventManager.h"
 
 #include <algorithm>
@@ -17,17 +17,18 @@ std::int64_t Joined(const Time& time) { return time.sec * (1LL << 32) + time.fra
 
 const std::int64_t NEVER = Joined(Time::Infinite());
 
-int Pick(std::uint32_t below) {
-  static std::mt19937 random{4711};
-  return static_cast<int>(random() % below);
-}
+/// Each test draws the same numbers, alone as among the others.
+struct Events : Scripted {
+  std::mt19937 random{4711};
 
-Time TimePick() {  // mostly close together, some at the ends of the range
-  constexpr std::int32_t SECONDS[] = {0, 1, 9, 10, 11, 12, INT_MIN, -1, INT_MAX};
-  constexpr std::uint32_t FRACTIONS[] = {0, 1, 1U << 31, UINT32_MAX};
-  const int second = Pick(9);
-  return Words(SECONDS[second], FRACTIONS[Pick(4)]);
-}
+  int Pick(std::uint32_t below) { return static_cast<int>(random() % below); }
+  Time TimePick() {  // mostly close together, some at the ends of the range
+    constexpr std::int32_t SECONDS[] = {0, 1, 9, 10, 11, 12, INT_MIN, -1, INT_MAX};
+    constexpr std::uint32_t FRACTIONS[] = {0, 1, 1U << 31, UINT32_MAX};
+    const int second = Pick(9);
+    return Words(SECONDS[second], FRACTIONS[Pick(4)]);
+  }
+};
 
 struct Event : VORNEvent {
   explicit Event(const Time& start, const Time& period, int id = 0, int mode = EVENT_ENABLED)
@@ -37,7 +38,11 @@ struct Event : VORNEvent {
   static inline std::vector<int> deleted;
 };
 
-TEST(VORNEvent, ArmsFiresAndMovesItsDeadlineAsAModelDoes) {
+struct Manager : VORNEventManager {
+  using VORNEventManager::_reservedTime, VORNEventManager::VORNEventManager;
+};
+
+TEST_F(Events, ArmFireAndMoveTheirDeadlinesAsAModelDoes) {
   for (int round = 0; round < 3000; ++round) {
     const int id = Pick(9) - 5, mode = Pick(4) - 1;
     const Time start = TimePick();
@@ -70,12 +75,13 @@ TEST(VORNEvent, ArmsFiresAndMovesItsDeadlineAsAModelDoes) {
   }
 }
 
-TEST(VORNEventManager, HoldsOneEventPerIdentifierAndDeletesInOrderWhatItOwnsAndStillHolds) {
+TEST_F(Events, AreHeldOnePerIdentifierAndDeletedInOrderIfOwnedAndStillHeld) {
+  EXPECT_EQ(FaultsTry([] { return VORNEventManager(4, 5, 1).IsValid(); }), "memory");
   for (const int owns : {0, 1, -3}) {
     std::vector<Event*> events;
     {
-      VORNEventManager manager(4, 5, owns);
-      EXPECT_EQ(manager.IsValid(), 1);
+      Manager manager(4, 5, owns);
+      EXPECT_EQ(manager._reservedTime, Words(0, 858993459));
       EXPECT_EQ(manager.EventAdd(nullptr), 0);
       for (const int id : {3, 0, 2, 3, 4, -1}) {
         events.push_back(new Event(Words(0), Words(-1), id, id));
@@ -95,22 +101,20 @@ TEST(VORNEventManager, HoldsOneEventPerIdentifierAndDeletesInOrderWhatItOwnsAndS
   }
 }
 
-TEST(VORNEventManager, WithoutATableRefusesEverything) {
+TEST_F(Events, AreRefusedByAManagerWithoutATable) {
+  Event event(Words(0), Words(0));
   for (const int size : {4, -1, INT_MIN}) {
-    SystemReset();
-    System().failingAllocation = 1;
-    Event event(Words(0), Words(0));
+    System().failingStep = 1;
     VORNEventManager manager(size, 5, 1);
     ResultsExpect(0, {{"valid", manager.IsValid()}, {"add", manager.EventAdd(&event)}});
     EXPECT_EQ(manager.EventFind(0), nullptr);
     EXPECT_EQ(manager.EventRemove(0), nullptr);
     EXPECT_EQ(manager.SleepTimeMinGet(Words(9)), Words(5));
   }
-  SystemReset();
 }
 
-TEST(VORNEventManager, SleepsUntilTheEarliestEnabledDeadlineWithinTheMaximum) {
-  for (int round = 0; round < 20000; ++round) {
+TEST_F(Events, EndASleepAtTheEarliestEnabledDeadlineWithinTheMaximum) {
+  for (int round = 0; round < 4000; ++round) {
     const int size = Pick(5), maximum = Pick(4);
     VORNEventManager manager(size, maximum, 1);
     std::int64_t earliest = NEVER;
