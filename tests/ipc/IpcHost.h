@@ -7,7 +7,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <string>
 
 #include <csignal>
@@ -18,20 +20,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// Each test has a host of its own: an IPC namespace, which goes with its last process.
-class IpcHost : public testing::Test {
-protected:
-  void SetUp() override {
-    alarm(120);  // a test that hangs ends
-    if (!HostFresh())
-      GTEST_SKIP() << "no private IPC namespace: " << std::strerror(errno);
-  }
-  static bool HostFresh() {
-    return unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
-  }
-};
-
-/// What the host has, as "sets/segments".
+/// What the host has, as "sets/segments". A removed segment counts while somebody is attached to
+/// it.
 inline std::string HostText() {
   seminfo sets{};
   shm_info segments{};
@@ -39,6 +29,39 @@ inline std::string HostText() {
   shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&segments));
   return std::to_string(sets.semusz) + "/" + std::to_string(segments.used_ids);
 }
+
+/// Each test has a host of its own: an IPC namespace, which goes with its last process. It leaves
+/// no child process and no open file.
+class IpcHost : public testing::Test {
+protected:
+  void SetUp() override {
+    alarm(120);  // a test that hangs ends
+    if (!HostFresh())
+      GTEST_SKIP() << "no private IPC namespace: " << std::strerror(errno);
+  }
+  void TearDown() override {
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child process is left";
+    EXPECT_EQ(DescriptorsGet(), _descriptors) << "open files: fewer or more than before";
+  }
+  static bool HostFresh() {
+    return unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
+  }
+
+private:
+  static std::ptrdiff_t DescriptorsGet() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+  }
+  const std::ptrdiff_t _descriptors = DescriptorsGet();
+};
+
+/// The same, where the tests remove all System V objects that they make.
+class EmptiedHost : public IpcHost {
+protected:
+  void TearDown() override {
+    IpcHost::TearDown();
+    EXPECT_TRUE(IsSkipped() || HostText() == "0/0") << "left, or attached still: " << HostText();
+  }
+};
 
 inline int ValueGet(int set) { return semctl(set, 0, GETVAL, nullptr); }
 
@@ -105,6 +128,12 @@ struct Queue : ShmMsgQImpl {
     const int received = Recv(text.data(), length);
     return received < 0 ? "failed" : text.substr(0, static_cast<std::size_t>(received));
   }
+};
+
+/// One that leaves nothing on the host.
+struct OwnQueue : Queue {
+  using Queue::Queue;
+  ~OwnQueue() override { ShmMsgQImpl::Destroy(); }
 };
 
 #endif

@@ -6,7 +6,7 @@
 
 namespace {
 
-using QueueRing = IpcHost;
+using QueueRing = EmptiedHost;
 
 std::string Frame(const std::string& payload) {
   const auto length = static_cast<std::int32_t>(payload.size());
@@ -26,31 +26,30 @@ TEST_F(QueueRing, ObjectsHaveTheAgreedKeysModesAndSizes) {
   const struct {
     int id;
     unsigned int key;
-  } cases[] = {{0, 0xABBD0000}, {1, 0xABBD0002}, {-1, 0xABBCFFFE}, {0x40000000, 0x2BBD0000}};
-  for (const auto& row : cases) {
-    ASSERT_TRUE(HostFresh());
-    const Queue queue(1, row.id, 16);
+  } rows[] = {{0, 0xABBD0000}, {1, 0xABBD0002}, {-1, 0xABBCFFFE}, {0x40000000, 0x2BBD0000}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.id);
+    const OwnQueue queue(1, row.id, 16);
     shmid_ds segment{};
-    semid_ds set{};
     shmctl(shmget(static_cast<int>(row.key), 0, 0), IPC_STAT, &segment);
     EXPECT_EQ(segment.shm_segsz, 29U);
     EXPECT_EQ(segment.shm_perm.mode & 0777, 0664);
-    for (unsigned int odd : {0U, 1U}) {
-      const int id = semget(static_cast<int>(row.key + odd), 1, 0);
-      EXPECT_EQ(ValueGet(id), static_cast<int>(odd));
-      semctl(id, 0, IPC_STAT, &set);
-      EXPECT_EQ(set.sem_perm.mode & 0777, 0664);
+    EXPECT_EQ(std::string(queue._shm->base, 4), std::string("\x19\0\0\0", 4)) << "usable length";
+    for (const int odd : {0, 1}) {
+      const int set = semget(static_cast<int>(row.key) + odd, 1, 0);
+      semid_ds state{};
+      semctl(set, 0, IPC_STAT, &state);
+      EXPECT_EQ(state.sem_perm.mode & 0777, 0664);
+      EXPECT_EQ(ValueGet(set), odd) << "1 is a free mutex, 0 a semaphore without a message";
     }
     EXPECT_EQ(HostText(), "2/1");
-    EXPECT_EQ(Overlaid(std::string(4, ' '), 0, {queue._shm->base, 4}),
-              Frame("").replace(0, 1, "\x19"));
   }
 }
 
 TEST_F(QueueRing, EveryLengthAtEveryOffset) {
-  for (int size : {0, 4, 5, 8, 16, 37}) {
-    Queue queue(1, 1, static_cast<unsigned int>(size));
-    EXPECT_EQ(queue.SendInternal(nullptr, 0), 1);
+  for (const int size : {0, 4, 5, 8, 16, 37}) {
+    OwnQueue queue(1, 1, static_cast<unsigned int>(size));
+    EXPECT_EQ(queue.SendInternal(nullptr, 0), 1) << "no data";
     for (int start = 0; start <= size; ++start)
       for (int length = 0; length <= size; ++length) {
         SCOPED_TRACE(testing::Message() << size << " " << start << " " << length);
@@ -61,6 +60,7 @@ TEST_F(QueueRing, EveryLengthAtEveryOffset) {
                                      .substr(0, static_cast<std::size_t>(length));
         const std::string before = queue.RingText();
         ASSERT_EQ(queue.SendInternal(text.data(), length), fits ? 0 : 2);
+        ASSERT_EQ(ValueGet(queue._mutexId), 1) << "given back, also after a refusal";
         ASSERT_EQ(queue.RingText(), fits ? Overlaid(before, start, Frame(text)) : before);
         ASSERT_EQ(queue._header->writeOffset, fits ? (start + length + 4) % (size + 1) : start);
         ASSERT_EQ(queue.SpaceGet(), fits ? size - 4 - length : size);
@@ -70,86 +70,85 @@ TEST_F(QueueRing, EveryLengthAtEveryOffset) {
         }
         ASSERT_EQ(queue._header->readOffset, queue._header->writeOffset);
       }
-    queue.Destroy();
   }
 }
 
 // What other processes may do to header and ring, against the same rules in 64-bit arithmetic.
 TEST_F(QueueRing, DamagedHeaderIsRefusedAndNothingOutsideTheRingIsTouched) {
+  constexpr std::size_t PAGE = 4096;  // all of it is mapped
   std::mt19937 random(2);
-  const auto damage = [&](int capacity) {
-    const int choices[] = {INT_MIN, INT_MAX, -1, capacity, static_cast<int>(random())};
-    const auto choice = random() % 20;
-    return choice < 5 ? choices[choice]
-                      : static_cast<int>(random() % static_cast<unsigned>(capacity));
-  };
   int received = 0;
-  for (int size : {0, 3, 4, 9, 100}) {
-    Queue queue(1, 1, static_cast<unsigned int>(size));
+  for (const int size : {0, 3, 4, 9, 100}) {
+    OwnQueue queue(1, 1, static_cast<unsigned int>(size));
     const int capacity = size + 1;
+    const auto damage = [&] {
+      const int choices[] = {INT_MIN, INT_MAX, -1, capacity, static_cast<int>(random())};
+      const auto choice = random() % 20;
+      return choice < 5 ? choices[choice]
+                        : static_cast<int>(random() % static_cast<unsigned>(capacity));
+    };
     char* const base = queue._shm->base;
-    const std::size_t page = 4096;  // all of it is mapped
     for (int round = 0; round < 3000; ++round) {
-      std::generate(base + 4, base + page, [&] { return static_cast<char>(random()); });
-      *queue._header = {damage(capacity), damage(capacity)};
-      const long long write = queue._header->writeOffset;
-      const long long read = queue._header->readOffset;
+      std::generate(base + 4, base + PAGE, [&] { return static_cast<char>(random()); });
+      const int write = damage();
+      const int read = damage();
+      const int planted = damage();
+      *queue._header = {write, read};
       const bool inside = write >= 0 && write < capacity && read >= 0 && read < capacity;
-      const long long used = (write - read + capacity) % capacity;
-      const int planted = damage(capacity);
+      const int used = inside ? (write - read + capacity) % capacity : 0;
       const std::string word(reinterpret_cast<const char*>(&planted), 4);
       if (inside && size >= 3)
-        Overlaid(queue.RingText(), static_cast<int>(read), word)
-            .copy(queue.Ring(), static_cast<std::size_t>(capacity));
+        Overlaid(queue.RingText(), read, word).copy(queue.Ring(), PAGE);
       const bool isMessage = inside && used >= 4 && planted >= 0 && planted <= used - 4;
-      const std::string before(base, page);
+      const std::string before(base, PAGE);
       ASSERT_EQ(queue.SpaceGet(), inside ? size - used : 0);
       if (!inside || write != read) {
         char buffer[50];
         ASSERT_EQ(queue.Recv(buffer, sizeof buffer), isMessage ? std::min(planted, 50) : -1);
         ASSERT_EQ(queue._header->readOffset, isMessage ? (read + 4 + planted) % capacity : read);
-        queue._header->readOffset = static_cast<int>(read);
-        ASSERT_EQ(std::string(base, page), before);
+        queue._header->readOffset = read;
+        ASSERT_EQ(std::string(base, PAGE), before);
         received += isMessage ? 1 : 0;
       }
       const bool fits = inside && size - used >= 4 + 3;
       ASSERT_EQ(queue.Send("abc", 3), fits ? 1 : 0);
-      const std::string after(base, page);
-      const auto ringEnd = std::size_t{12} + queue.RingText().size();
-      ASSERT_EQ(after.substr(0, 4) + after.substr(ringEnd),
-                before.substr(0, 4) + before.substr(ringEnd));
+      const std::string after(base, PAGE);
+      const auto ringEnd = static_cast<std::size_t>(12 + capacity);
+      ASSERT_EQ(after.substr(0, 4), before.substr(0, 4)) << "length of the segment";
+      ASSERT_EQ(after.substr(ringEnd), before.substr(ringEnd)) << "what follows the ring";
       if (!fits) {
         ASSERT_EQ(after, before);
       }
     }
-    queue.Destroy();
   }
-  EXPECT_GT(received, 500);
+  EXPECT_GT(received, 500) << "too few good messages to be worth it";
 }
 
-TEST_F(QueueRing, DamagedLengthWordIsNotBelieved) {
-  const Queue creator(1, 1, 16);
+TEST_F(QueueRing, DamagedLengthOfTheSegmentIsNotBelieved) {
+  const OwnQueue creator(1, 1, 16);
   const struct {
     unsigned int word;
-    int valid;
-  } cases[] = {{0, 0}, {8, 0}, {9, 1}, {25, 1}, {26, 0}, {4092, 0}, {INT_MAX, 0}, {UINT_MAX, 0}};
-  for (const auto& row : cases) {
+    int capacity;  // 0: refused
+    unsigned int copied;
+  } rows[] = {{0, 0, 0},   {8, 0, 8},     {9, 1, 9},        {25, 17, 25},
+              {26, 0, 25}, {4092, 0, 25}, {INT_MAX, 0, 25}, {UINT_MAX, 0, 25}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.word);
     std::memcpy(creator._shm->base, &row.word, 4);
     {
       Queue opener(1, 1);
-      EXPECT_EQ(opener.IsValid(), row.valid) << row.word;
-      EXPECT_EQ(opener._capacity, row.valid != 0 ? static_cast<int>(row.word) - 8 : 0);
-      char copy[64] = "";
-      const unsigned int most = std::min(row.word, 25U);
-      EXPECT_EQ(ShMWrite(creator._shm, copy, most), 1);
-      EXPECT_EQ(ShMWrite(creator._shm, copy, most + 1), 0);
-      EXPECT_EQ(ShMWrite(nullptr, copy, 0), 0);
-      EXPECT_EQ(ShMRead(creator._shm, copy, most), 1);
-      EXPECT_EQ(ShMRead(creator._shm, copy, most + 1), 0);
-      EXPECT_EQ(ShMRead(creator._shm, nullptr, 1), 0);
+      EXPECT_EQ(opener.IsValid(), row.capacity != 0 ? 1 : 0);
+      EXPECT_EQ(opener._capacity, row.capacity);
     }
+    char copy[64] = "";
+    EXPECT_EQ(ShMWrite(creator._shm, copy, row.copied), 1);
+    EXPECT_EQ(ShMWrite(creator._shm, copy, row.copied + 1), 0);
+    EXPECT_EQ(ShMRead(creator._shm, copy, row.copied), 1);
+    EXPECT_EQ(ShMRead(creator._shm, copy, row.copied + 1), 0);
     shmid_ds segment{};
     shmctl(creator._shm->id, IPC_STAT, &segment);
     EXPECT_EQ(segment.shm_nattch, 1U) << "given back and left alone";
   }
+  EXPECT_EQ(ShMWrite(nullptr, "", 0), 0);
+  EXPECT_EQ(ShMRead(creator._shm, nullptr, 1), 0);
 }
