@@ -2,11 +2,11 @@
 
 #include "ipc/internal/SemaphoreArgument.h"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -21,10 +21,15 @@ __attribute__((format(printf, 1, 2))) bool Fails(const char* format, ...) {
   va_start(arguments, format);
   std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  script->calls.emplace_back(text);
-  if (!script->fails || !script->fails(text))
-    return false;
-  errno = ENOSPC;
+  {
+    // Threads of one test may call at the same time, and a script from within.
+    static std::recursive_mutex lock;
+    const std::lock_guard guard(lock);
+    script->calls.emplace_back(text);
+    if (!script->fails || !script->fails(text))
+      return false;
+  }
+  errno = script->error;
   return true;
 }
 
@@ -87,6 +92,7 @@ void* __wrap_shmat(int segment, const void* address, int flags) {
   // A segment that cannot exist: only the kernel gives the pointer that means failure.
   void* const base = __real_shmat(fails ? -1 : segment, address, flags);
   script->attached += reinterpret_cast<std::intptr_t>(base) != -1 ? 1 : 0;
+  errno = fails ? script->error : errno;
   return base;
 }
 

@@ -1,6 +1,8 @@
 #ifndef SUPPORT_SCRIPTED_IPC_H
 #define SUPPORT_SCRIPTED_IPC_H
 
+#include <atomic>
+#include <cerrno>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,7 +16,8 @@ struct ScriptedIpc {
   std::vector<std::string> calls;
   /// Asked before each call: true refuses it.
   std::function<bool(const std::string& call)> fails;
-  int attached = 0;  ///< segments that are attached
+  int error = ENOSPC;            ///< what a refused call tells
+  std::atomic<int> attached{0};  ///< segments that are attached
 };
 
 ScriptedIpc& Ipc();
