@@ -127,50 +127,34 @@ private:
   std::jthread _signaller;
 };
 
-/// Removes the queue and makes it again, in a thread. As a queue object does it, a message that is
-/// sent while the queue is made or removed may be lost. By the layout and in another order, none
-/// is: nothing empties a ring that has been opened, no sender opens what is being removed, and none
-/// that made new sets writes beside one that has the old mutex.
-class Owner {
-public:
-  explicit Owner(bool isObject) : _isObject(isObject) {
-    Make();
-    _thread = std::jthread([this](const std::stop_token& end) {
-      for (std::mt19937 random(5); !end.stop_requested(); Make()) {
-        Pause(20000, random);
-        Remove();
-        Pause(1000, random);
-      }
-    });
-  }
-  /// Leaves the queue on the host.
-  void End() { _thread = {}; }
-  void Remove() {
-    if (_isObject)
-      return _queue->Destroy();
-    NamedMutexTake(_mutex);  // nobody is in the middle of a message
-    ShMDelete(_segment, 1);
-    SemaphoreMutexDelete(_semaphore);
-    SemaphoreMutexDelete(_mutex);
-  }
-
-private:
+/// Makes the queue and removes it. As a queue object does it, a message that is sent meanwhile may
+/// be lost. By the layout and in another order, none is: nothing empties a ring that has been
+/// opened, no sender opens what is being removed, and none that made new sets writes beside one
+/// that has the old mutex.
+struct Owner {
   void Make() {
-    if (_isObject) {
-      _queue = std::make_unique<Queue>(1, ID, SIZE);
+    if (isObject) {
+      queue = std::make_unique<Queue>(1, ID, SIZE);
       return;
     }
-    _semaphore = NamedSemaphoreNew(static_cast<int>(QueueKeyGet(ID)), 0);
-    _mutex = NamedMutexNew(static_cast<int>(QueueMutexKeyGet(ID)));
-    _segment = ShMNew(static_cast<int>(QueueKeyGet(ID)), QueueSegmentLength(SIZE));
+    semaphore = NamedSemaphoreNew(static_cast<int>(QueueKeyGet(ID)), 0);
+    mutex = NamedMutexNew(static_cast<int>(QueueMutexKeyGet(ID)));
+    segment = ShMNew(static_cast<int>(QueueKeyGet(ID)), QueueSegmentLength(SIZE));
+  }
+  void Remove() const {
+    if (isObject)
+      return queue->Destroy();
+    NamedMutexTake(mutex);  // nobody is in the middle of a message
+    ShMDelete(segment, 1);
+    SemaphoreMutexDelete(semaphore);
+    SemaphoreMutexDelete(mutex);
   }
 
-  const bool _isObject;
-  std::unique_ptr<Queue> _queue;
-  ShMHandle* _segment = nullptr;
-  int _semaphore = 0;
-  int _mutex = 0;
-  std::jthread _thread;
+  bool isObject;
+  std::unique_ptr<Queue> queue{};
+  ShMHandle* segment = nullptr;
+  int semaphore = 0;
+  int mutex = 0;
 };
 
 class QueueStress : public EmptiedHost {
@@ -258,7 +242,15 @@ TEST_F(QueueStress, EverySenderGoesOnAndWhatWasToldSentArrivesThroughRemovalsAnd
   SKIP_UNDER_EMULATOR(THREAD_SIGNALS);
   for (const bool isObject : {false, true}) {
     SCOPED_TRACE(isObject ? "owner is a queue object" : "owner works by the layout");
-    Owner owner(isObject);
+    Owner owner{isObject};
+    owner.Make();
+    std::jthread changes([&](const std::stop_token& end) {
+      for (std::mt19937 random(5); !end.stop_requested(); owner.Make()) {
+        Pause(20000, random);
+        owner.Remove();
+        Pause(1000, random);
+      }
+    });
     Queue queue(1, ID);
     Crowd crowd(queue);
     do {
@@ -270,7 +262,7 @@ TEST_F(QueueStress, EverySenderGoesOnAndWhatWasToldSentArrivesThroughRemovalsAnd
     if (isObject)
       queue.Destroy();  // while all others go on
     crowd.SendersEnd();
-    owner.End();
+    changes = {};
     for (unsigned int i = 0; i < SENDERS && !isObject; ++i)
       EXPECT_TRUE(Await([&] { return crowd.arrived[i] >= crowd.sent[i]; }))
           << "sender " << i << ": " << crowd.arrived[i] << " of " << crowd.sent[i];
@@ -280,7 +272,6 @@ TEST_F(QueueStress, EverySenderGoesOnAndWhatWasToldSentArrivesThroughRemovalsAnd
     EXPECT_EQ(crowd.garbled, 0);
     EXPECT_EQ(queue.IsValid(), 0);
     owner.Remove();
-    EXPECT_EQ(HostText(), "0/0");
   }
 }
 
