@@ -5,15 +5,7 @@
 
 namespace {
 
-class QueueProcess : public EmptiedHost {
-protected:
-  void SetUp() override {
-    EmptiedHost::SetUp();
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
-  }
-};
+using QueueProcess = EmptiedHost;
 
 }  // namespace
 

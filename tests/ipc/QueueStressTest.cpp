@@ -162,9 +162,6 @@ protected:
   void SetUp() override {
     EmptiedHost::SetUp();
     alarm(static_cast<unsigned int>(_seconds.count()) + 100);
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
     VornUtilsVerbositySet(-1);
   }
   void TearDown() override {

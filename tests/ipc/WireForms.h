@@ -30,15 +30,15 @@ struct WireForms {
     bits.Serialize(&stream);
     return text.substr(0, static_cast<std::size_t>(stream.position));
   }
-  bool Is(std::string text, VORNCDRByteOrder order) const {
+  /// Whether it says the same, and is read back as it was written.
+  static bool IsSame(std::string text, const std::string& wanted, VORNCDRByteOrder order) {
     WireForms other(1);
     VORNCDRStream stream;
     VornCDRStreamInitialize(&stream, text.data(), static_cast<int>(text.size()), order);
-    const bool isRead = other.time.Deserialize(&stream) == 1 &&
-                        other.number.Deserialize(&stream) == 1 &&
-                        other.bits.Deserialize(&stream) == 1;
-    return isRead && other.time == time && other.number == number && other.bits == bits &&
-           text == Text(order);
+    other.time.Deserialize(&stream);
+    other.number.Deserialize(&stream);
+    other.bits.Deserialize(&stream);
+    return text == wanted && other.Text(order) == wanted;
   }
 
   VORNNtpTime time;
@@ -50,9 +50,8 @@ struct WireForms {
 /// begin learns who its peer is. Returns how many came and went as they should.
 inline int WireFormsExchange(VORNDGram& endpoint, KELNetioAddr peer, bool begins) {
   for (int n = 0; n < DATAGRAM_COUNT; ++n) {
-    const WireForms forms(static_cast<std::uint32_t>(n));
     const auto order = n / 2 % 2 == 0 ? VORN_CDR_BIG_ENDIAN : VORN_CDR_LITTLE_ENDIAN;
-    std::string text = forms.Text(order);
+    std::string text = WireForms(static_cast<std::uint32_t>(n)).Text(order);
     const int size = static_cast<int>(text.size());
     if ((n % 2 == 0) == begins) {
       VORNCDRStream stream{order, text.data(), size, size};
@@ -65,7 +64,7 @@ inline int WireFormsExchange(VORNDGram& endpoint, KELNetioAddr peer, bool begins
     if (endpoint.HasDataWithSleep(&wait) <= 0)
       return n;
     const int length = endpoint.receiveFrom(&endpoint, &peer, bytes, sizeof bytes);
-    if (length != size || !forms.Is(std::string(bytes, text.size()), order))
+    if (length != size || !WireForms::IsSame(std::string(bytes, text.size()), text, order))
       return n;
   }
   return DATAGRAM_COUNT;
