@@ -14,6 +14,7 @@ namespace {
 
 constexpr int KEY = 99;
 constexpr int ID = 5;
+constexpr int MUTEX_KEY = static_cast<int>(QueueMutexKeyGet(ID));
 std::unique_ptr<Queue> creator;
 std::unique_ptr<Queue> opener;
 ShmMsgQ* managed = nullptr;
@@ -30,23 +31,20 @@ class IpcFault : public IpcHost {
 protected:
   void TearDown() override {
     ObjectsDelete();
-    ScriptsReset();
+    IpcReset();
     IpcHost::TearDown();
   }
   static void ObjectsDelete() {
     creator.reset();
     opener.reset();
     ShmMsgQManager::Destroy();
-  }
-  static void ScriptsReset() {
     ScriptReset();
     SystemReset();
-    IpcReset();
   }
   // A host that does not number its next set 0.
   static void HostPrepare(Before before) {
     ObjectsDelete();
-    ScriptsReset();
+    IpcReset();
     HostFresh();
     SemaphoreMutexDelete(SemaphoreMutexNew(KEY, 0));
     if (before == SEGMENT)
@@ -122,6 +120,7 @@ const Case CASES[] = {
     {"mutex: neither opened nor made", "semget", 2, [] { return Number(NamedMutexNew(KEY)); }, "0", {NO_SET}, ENOSPC},
     {"set: key 0", "", 0, [] { return Number(SemaphoreMutexNew(0, 0)); }, "0", {NO_SET}, EINVAL},
     {"semaphore: made, no value", "semctl SETVAL", 1, [] { return Number(NamedSemaphoreNew(KEY, 0)); }, "0", {NO_VALUE, NO_SET}, ENOSPC},
+    {"mutex: exists, keeps its value", "", 0, [] { return Number(NamedSemaphoreNew(MUTEX_KEY, 0) == creator->_mutexId ? ValueGet(creator->_mutexId) : -1); }, "1", {}},
     {"mutex: not removed", "semctl IPC_RMID", 1, [] { return Number(NamedMutexDelete(creator->_mutexId)); }, "0", {NOT_CLOSED}, ENOSPC},
     {"set: handle 0 is not removed", "sem", 9, [] { return Number(SemaphoreMutexDelete(0)); }, "1", {}},
     {"mutex: handle -1 is not removed", "sem", 9, [] { return Number(NamedMutexDelete(-1)); }, "1", {}},

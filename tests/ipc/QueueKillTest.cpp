@@ -47,9 +47,11 @@ std::vector<std::string> SendStep(Queue& queue, std::size_t steps) {
     if (ptrace(PTRACE_SINGLESTEP, sender.pid, nullptr, nullptr) != 0)
       break;
     waitpid(sender.pid, &status, 0);
-    if (WIFSTOPPED(status) && (steps == ALL || n == steps))
+    if (steps == ALL && WIFSTOPPED(status))
       phases.push_back(PhaseText(queue));
   }
+  if (steps != ALL)
+    phases.push_back(PhaseText(queue));
   return phases;
 }
 
