@@ -1,0 +1,66 @@
+#include "Clause.h"
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+namespace {
+
+constexpr int PAUSE_MILLISECONDS = 40;
+constexpr int PATIENCE_MILLISECONDS = 5000;
+
+extern "C" void NothingDo(int /*signal*/) {}
+
+}  // namespace
+
+double SecondsGet() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+void MillisecondsSleep(int milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+Helper::Helper(std::function<void()> work) {
+  std::thread thread([state = _state, work = std::move(work)] {
+    state->hasBegun = true;
+    work();
+    state->hasEnded = true;
+  });
+  _thread = thread.native_handle();
+  thread.detach();
+}
+
+bool Helper::IsWaiting() const {
+  while (!_state->hasBegun)
+    MillisecondsSleep(1);
+  MillisecondsSleep(PAUSE_MILLISECONDS);
+  return !_state->hasEnded;
+}
+
+bool Helper::HasEnded() const {
+  for (int waited = 0; !_state->hasEnded && waited < PATIENCE_MILLISECONDS; ++waited)
+    MillisecondsSleep(1);
+  return _state->hasEnded;
+}
+
+void Helper::Interrupt() const {
+  struct sigaction action = {};
+  action.sa_handler = NothingDo;  // and no SA_RESTART: an interrupted system call ends
+  sigaction(SIGUSR1, &action, nullptr);
+  pthread_kill(_thread, SIGUSR1);
+}
+
+void ThreadsRun(int count, const std::function<void(int number)>& work) {
+  std::atomic<int> missing{count};
+  std::vector<std::thread> threads;
+  for (int number = 0; number < count; ++number)
+    threads.emplace_back([&, number] {
+      --missing;
+      while (missing > 0)  // short work would be done before the next thread begins
+        std::this_thread::yield();
+      work(number);
+    });
+  for (std::thread& thread : threads)
+    thread.join();
+}

@@ -1,0 +1,88 @@
+// The lower layer of this machine, made wrong in the way that VORN_WRONG names: the linker puts
+// these operations in the place of the layer's own.
+
+#include "platform/DequeVoid.h"
+#include "platform/HTClass.h"
+#include "platform/KelDGram.h"
+#include "platform/KelMutex.h"
+#include "platform/KelNtpTime.h"
+#include "platform/VornCDRStream.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+static bool IsWrong(const char* way) {
+  const char* wrong = std::getenv("VORN_WRONG");
+  return wrong != nullptr && std::strcmp(wrong, way) == 0;
+}
+// `name`Real is the layer's operation, and `name`Wrong what is called instead of it.
+#define WRAPPED(symbol, result, name, ...)                                                         \
+  result name##Real(__VA_ARGS__) asm("__real_" symbol);                                            \
+  result name##Wrong(__VA_ARGS__) asm("__wrap_" symbol);                                           \
+  result name##Wrong(__VA_ARGS__)
+
+WRAPPED("_Z13KelNtpTimeGetP10KELNtpTime", int, TimeGet, KELNtpTime* time) {
+  static thread_local int readings = 0;
+  const int result = TimeGetReal(time);
+  if (IsWrong("clock-falls") && ++readings % 1000 == 0)
+    --time->sec;
+  return result;
+}
+WRAPPED("_Z12KelMutexTakeP8KELMutex", int, MutexTake, KELMutex* mutex) {
+  return IsWrong("mutex-open") ? 1 : MutexTakeReal(mutex);
+}
+WRAPPED("_Z12KelMutexGiveP8KELMutex", int, MutexGive, KELMutex* mutex) {
+  return IsWrong("mutex-open") ? 1 : MutexGiveReal(mutex);
+}
+thread_local int processLocks = 0;
+WRAPPED("_Z13KelThreadLockv", int, ThreadLock, ) {
+  return IsWrong("process-lock-flat") && processLocks++ > 0 ? 1 : ThreadLockReal();
+}
+WRAPPED("_Z15KelThreadUnlockv", int, ThreadUnlock, ) {
+  processLocks = 0;
+  return ThreadUnlockReal();
+}
+WRAPPED("_Z19KelThreadPriorityOKii", int, PriorityOK, int priority, int checks) {
+  return IsWrong("priority-any") ? 1 : PriorityOKReal(priority, checks);
+}
+int (*optionSetReal)(KELDGram*, int, void*, int) = nullptr;
+int OptionSetWithoutReason(KELDGram* self, int code, void* value, int size) {
+  const int result = optionSetReal(self, code, value, size);
+  errno = 0;
+  return result;
+}
+WRAPPED("_Z18KelDGramInitializeP8KELDGram", int, DGramInitialize, KELDGram* self) {
+  const int result = DGramInitializeReal(self);
+  optionSetReal = self->optionSet;
+  if (result != 0 && IsWrong("option-errno"))
+    self->optionSet = OptionSetWithoutReason;
+  return result;
+}
+WRAPPED("_Z15KelDGramReleaseP8KELDGram", void, DGramRelease, KELDGram* self) {
+  if (self != nullptr && IsWrong("release-leaks"))
+    self->socketRecord = nullptr;
+  DGramReleaseReal(self);
+}
+WRAPPED("_Z21VornCDR4ByteSerializeP13VORNCDRStreamPKv", int, Serialize, VORNCDRStream* stream,
+        const void* item) {
+  if (IsWrong("padding-skipped"))
+    VornCDRStreamPositionSet(stream, (stream->position + 3) & ~3);
+  return SerializeReal(stream, item);
+}
+WRAPPED("_ZN9DequeVoid10RemoveNodeEP13DequeVoidNode", DequeVoidNode*, RemoveNode, DequeVoid* list,
+        DequeVoidNode* node) {
+  DequeVoidNode* removed = RemoveNodeReal(list, node);
+  return IsWrong("list-null") ? nullptr : removed;
+}
+WRAPPED("_ZN7HTClass10InsertNodeEPK10HTKeyClassPvsP12HTRemoveFunci", int, InsertNode,
+        HTClass* table, const HTKeyClass* key, void* data, short keySize, HTRemoveFunc* remove,
+        int locks) {
+  const int result = InsertNodeReal(table, key, data, keySize, remove, locks);
+  return IsWrong("table-duplicate") ? 1 : result;
+}
+WRAPPED("_ZN7HTClass13ForAllMatchesEP11HTMatchFuncP10HTExecFunci", int, ForAllMatches,
+        HTClass* table, HTMatchFunc* match, HTExecFunc* exec, int locks) {
+  const int result = ForAllMatchesReal(table, match, exec, locks);
+  return IsWrong("walk-whole") ? 1 : result;
+}
