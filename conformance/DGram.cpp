@@ -339,7 +339,7 @@ Clauses DGramClauses() {
       {"KelDGramNew", "makes an object with an open IPv4 UDP socket", NewHasAUDPSocket},
       {"KelDGramNew", "returns null if there is no socket", NewTellsThatThereIsNoSocket},
       {"KelDGramDelete", "closes the socket", DeleteClosesTheSocket},
-      {"KelDGramInitialize", "fills an object of five pointers, and nothing beside it",
+      {"KelDGramInitialize", "fills an object of six pointers, and nothing beside it",
        InitializeWritesOneObject},
       {"KelDGramInitialize",
        "puts a socket record first, whose first field is the descriptor of `socketGet`",
