@@ -215,7 +215,7 @@ bool UsedPortIsNotTold() {
 bool DatagramsAreCarried() {
   Socket sender, receiver;
   const int port = receiver.Bind(LOOPBACK, 0);
-  for (const std::size_t length : {0, 1, 1472, 9216}) {
+  for (const std::size_t length : {0U, 1U, 1472U, 9216U}) {
     const std::string text(length, static_cast<char>('a' + length % 26));
     if (!sender.Send(LOOPBACK, port, text) || Received(receiver.DescriptorGet()) != text)
       return false;

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <initializer_list>
 
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 namespace {
@@ -29,6 +30,11 @@ void StopSignalsBlock() {
   sigaction(SIGPIPE, &action, nullptr);
   action.sa_handler = NothingDo;  // and no SA_RESTART: to end a wait is all that it is for
   sigaction(INTERRUPTION, &action, nullptr);
+}
+
+int StopDescriptorNew() {
+  const sigset_t signals = StopSignalsGet();
+  return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
 void StopAwait() {

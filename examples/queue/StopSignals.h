@@ -3,13 +3,17 @@
 
 #include <pthread.h>
 
-/// How both programs end. The work is done by a second thread. The main thread only waits for a
-/// signal and then ends the work, so no signal comes at a bad moment: there is no handler that has
-/// to do with stopping, and no wait that one must cut short.
+/// How both programs end: signals are waited for and never handled, so none comes at a bad moment.
+/// The logger's event loop waits for them with a descriptor. The sensor's work is done by a second
+/// thread, while its main thread waits for a signal and then ends the work.
 
-/// From now on Ctrl-C, SIGTERM and SIGHUP do nothing but end a `StopAwait`, and a closed output
-/// pipe is an error of the output. Call it before the first thread is started: threads inherit it.
+/// From now on Ctrl-C, SIGTERM and SIGHUP only end a `StopAwait` or are read from a descriptor, and
+/// a closed output pipe is an error of the output. Call it before the first thread is started:
+/// threads inherit it.
 void StopSignalsBlock();
+
+/// A descriptor that is readable when one of these signals has come; -1 if there is none to have.
+int StopDescriptorNew();
 
 /// Waits until one of these signals comes, or has come, or a `StopAtEnd` ends.
 void StopAwait();

@@ -3,6 +3,7 @@
 
 #include "LoggerSeat.h"
 #include "QueueLook.h"
+#include "QueueReader.h"
 #include "Reading.h"
 #include "Refusal.h"
 #include "StopSignals.h"
@@ -11,16 +12,18 @@
 
 #include <CLI/CLI.hpp>
 
-#include <atomic>
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
-#include <future>
 #include <map>
 #include <memory>
+#include <string>
+
+#include <poll.h>
+#include <unistd.h>
 
 namespace {
 
@@ -122,7 +125,7 @@ QueueHolder QueueGet(const Options& options, int* exitCode) {
   }
 }
 
-// Why Recv failed. It has nothing to say itself when it found damage, so `errno` was cleared.
+// Why receiving failed: 0 stands for damage.
 int ReceiveFailureReport(const Options& options, int error) {
   if (error == EIDRM || error == EINVAL)
     std::fprintf(stderr, "logger: somebody removed the queue\n");
@@ -133,74 +136,105 @@ int ReceiveFailureReport(const Options& options, int error) {
   return EXIT_TROUBLE;
 }
 
-void MessageAdd(char* bytes, int length, Log* log) {
+void MessageAdd(std::string message, Log* log) {
   Reading reading{};
-  if (ReadingUnpack(bytes, length, &reading))
+  if (ReadingUnpack(message.data(), static_cast<int>(message.size()), &reading))
     log->ReadingAdd(reading);
   else
     std::fprintf(stderr, "logger: ignored a message that is no reading\n");
 }
 
-// The receiving thread. Returns the exit code.
-int MessagesReceive(ShmMsgQ* queue, const Options& options, const std::atomic<bool>& isEnding,
-                    Log* log) {
-  const StopAtEnd stop;
-  while (options.count == 0 || log->CountGet() < options.count) {
-    char bytes[READING_SIZE + 1];  // one more, to tell a reading from something longer
-    errno = 0;
-    const int length = queue->Recv(bytes, sizeof bytes);
-    if (length < 0 && errno == EINTR)
-      continue;  // Ctrl-Z and fg do that
-    if (length <= 0 && isEnding)
-      return EXIT_ENDED;  // by ReceiverEnd
-    if (length < 0)
-      return ReceiveFailureReport(options, errno);
-    MessageAdd(bytes, length, log);
+/// The event loop: it waits for messages and for a signal. A message is only taken when the output
+/// takes its line, so that the loop waits nowhere else.
+class LoggerLoop {
+public:
+  LoggerLoop(ShmMsgQ* queue, const Options& options)
+      : _queue(queue), _options(options), _reader(queue), _stop(StopDescriptorNew()) {}
+  ~LoggerLoop() { close(_stop); }
+  LoggerLoop(const LoggerLoop&) = delete;
+  LoggerLoop& operator=(const LoggerLoop&) = delete;
+
+  /// Runs until the count is reached, receiving has ended, or the output has. Returns the exit
+  /// code.
+  int Run();
+
+private:
+  void EndBegin();
+  bool PatienceIsOver();
+  int PatienceGet() const;
+  int EndedGet();
+
+  ShmMsgQ* _queue;
+  const Options& _options;
+  QueueReader _reader;
+  Log _log;
+  int _stop;
+  std::chrono::steady_clock::time_point _deadline = std::chrono::steady_clock::time_point::max();
+  bool _isRemoved = false;
+};
+
+constexpr std::chrono::seconds PATIENCE(2);
+
+void LoggerLoop::EndBegin() {
+  _reader.EndBegin();
+  _deadline = std::chrono::steady_clock::now() + PATIENCE;
+}
+
+// Milliseconds for `poll`.
+int LoggerLoop::PatienceGet() const {
+  if (_deadline == std::chrono::steady_clock::time_point::max())
+    return -1;
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(_deadline - std::chrono::steady_clock::now());
+  return static_cast<int>(std::max(left.count(), std::chrono::milliseconds::rep{0}));
+}
+
+// Removing the queue ends the receiver, whatever it waits for. What it has got can still be
+// printed, if the output takes it.
+bool LoggerLoop::PatienceIsOver() {
+  if (!_isRemoved && !_reader.HasEnded())
+    std::fprintf(stderr, "logger: queue %d does not come to an end; it is removed as it is\n",
+                 _options.queue);
+  else
+    std::fprintf(stderr, "logger: standard output takes nothing; ended\n");
+  const bool isOver = _isRemoved || _reader.HasEnded();
+  _queue->Destroy();
+  _isRemoved = true;
+  _deadline = std::chrono::steady_clock::now() + PATIENCE;
+  return isOver;
+}
+
+int LoggerLoop::EndedGet() {
+  if (_deadline == std::chrono::steady_clock::time_point::max())
+    return ReceiveFailureReport(_options, _reader.ErrorGet());
+  _log.SummaryPrint();
+  return EXIT_ENDED;
+}
+
+int LoggerLoop::Run() {
+  while (_options.count == 0 || _log.CountGet() < _options.count) {
+    const bool hasMessage = _reader.HasMessage();
+    if (!hasMessage && _reader.HasEnded())
+      return EndedGet();
+    pollfd events[] = {{_stop, POLLIN, 0}, {_reader.DescriptorGet(), POLLIN, 0}};
+    if (PatienceGet() >= 0)
+      events[0].fd = -1;  // it is ending already
+    if (hasMessage)
+      events[1] = {STDOUT_FILENO, POLLOUT, 0};
+    const int ready = poll(events, 2, PatienceGet());
+    if (ready == 0 && PatienceIsOver())
+      return EXIT_TROUBLE;
+    if (events[0].revents != 0)
+      EndBegin();
+    else if (hasMessage && events[1].revents != 0)
+      MessageAdd(_reader.MessageTake(), &_log);
     if (std::ferror(stdout) != 0) {
       std::fprintf(stderr, "logger: nobody reads what it prints any more\n");
       return EXIT_TROUBLE;
     }
   }
+  _log.SummaryPrint();
   return EXIT_ENDED;
-}
-
-// Ends the receiving thread, wherever it is, and removes the queue.
-//
-// A receiver waits for messages, so a message ends its wait: an empty one, which is no reading and
-// counts only while `isEnding`, so that nobody else can end the logger with one. What sensors sent
-// before is received first. In a full queue there is no room for it until the receiver, who then
-// does not wait, has made some.
-//
-// That message is sent by a thread of its own: beside a mutex that a dead sensor left, it would
-// wait for ever. Removing the queue ends that wait, and the receiver's.
-void ReceiverEnd(ShmMsgQ* queue, const Options& options, const std::future<int>& receiver) {
-  constexpr std::chrono::milliseconds ROOM_PAUSE(1);
-  constexpr std::chrono::seconds PATIENCE(2);
-  constexpr auto READY = std::future_status::ready;
-  const std::future<void> waker = std::async(std::launch::async, [&] {
-    while (queue->Send("", 0) == 0 && receiver.wait_for(ROOM_PAUSE) != READY) {
-    }
-  });
-  if (receiver.wait_for(PATIENCE) != READY)
-    std::fprintf(stderr, "logger: queue %d does not come to an end; it is removed as it is\n",
-                 options.queue);
-  queue->Destroy();
-  if (receiver.wait_for(PATIENCE) == READY)
-    return;
-  std::fprintf(stderr, "logger: standard output takes nothing; ended\n");
-  std::_Exit(EXIT_TROUBLE);
-}
-
-int QueueServe(ShmMsgQ* queue, const Options& options) {
-  Log log;
-  std::atomic<bool> isEnding{false};
-  std::future<int> receiver = std::async(
-      std::launch::async, [&] { return MessagesReceive(queue, options, isEnding, &log); });
-  StopAwait();
-  isEnding = true;
-  ReceiverEnd(queue, options, receiver);
-  log.SummaryPrint();
-  return receiver.get();
 }
 
 int LoggerRun(const Options& options) {
@@ -220,7 +254,7 @@ int LoggerRun(const Options& options) {
                  "logger: its mutex is taken and sensors wait for it: look with `vorndiag queue "
                  "%d`; where its holder is gone, `vorndiag queue %d --give-mutex`\n",
                  options.queue, options.queue);
-  return QueueServe(queue.get(), options);
+  return LoggerLoop(queue.get(), options).Run();
 }
 
 int ProgramRun(int argumentCount, char** arguments) {
