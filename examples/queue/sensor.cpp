@@ -2,6 +2,7 @@
 // away or comes back.
 
 #include "Reading.h"
+#include "SendFailure.h"
 #include "StopSignals.h"
 #include "ipc/ShmMsgQManager.h"
 #include "time/VORNClock.h"
@@ -32,7 +33,7 @@ struct Options {
   long count = 0;
 };
 
-enum class Link { NEW, UP, FULL, NO_LOGGER };
+enum class Link { NEW, UP, FULL, NO_LOGGER, NOT_ALLOWED, DAMAGED };
 
 /// The way to the logger. A queue that is removed and made again has the same id, so a failed send
 /// always looks for it anew.
@@ -45,12 +46,14 @@ public:
   LoggerLink& operator=(const LoggerLink&) = delete;
 
   void Send(const char* bytes, int length);
-  void Look();
   long SentGet() const { return _sent; }
   long LostGet() const { return _lost; }
 
 private:
+  void Look();
   void StateSet(Link state);
+  void LossPrint(const char* why) const;
+  void LossExplain(const char* bytes, int length);
 
   const Options& _options;
   std::stop_token _stop;
@@ -61,16 +64,23 @@ private:
   long _lostBefore = 0;  // when the present state began
 };
 
+void LoggerLink::LossPrint(const char* why) const {
+  std::printf("sensor %d: queue %d %s\n", _options.sensor, _options.queue, why);
+}
+
 void LoggerLink::StateSet(Link state) {
   if (state == _state)
     return;
   const int id = _options.queue;
   if (state == Link::FULL)
-    std::printf("sensor %d: queue %d is full, readings are lost\n", _options.sensor, id);
+    LossPrint("is full, readings are lost");
+  else if (state == Link::NOT_ALLOWED)
+    LossPrint("is another user's and not for this one, readings are lost");
+  else if (state == Link::DAMAGED)
+    LossPrint("is damaged, readings are lost until its logger is started again");
   else if (state == Link::NO_LOGGER)
-    std::printf(
-        "sensor %d: no logger on queue %d (for this user), readings are lost until one comes\n",
-        _options.sensor, id);
+    std::printf("sensor %d: no logger on queue %d, readings are lost until one comes\n",
+                _options.sensor, id);
   else if (_lost > _lostBefore)
     std::printf("sensor %d: queue %d takes readings again, %ld were lost\n", _options.sensor, id,
                 _lost - _lostBefore);
@@ -81,12 +91,22 @@ void LoggerLink::StateSet(Link state) {
   _state = state;
 }
 
-void LoggerLink::Look() {
-  if (_queue != nullptr)
-    return;
-  _queue = ShmMsgQManager::Open(_options.queue);
-  if (_queue == nullptr)
+// What has passed says nothing: the state stays as it was.
+void LoggerLink::LossExplain(const char* bytes, int length) {
+  const SendFailure failure = SendFailureGet(_options.queue, bytes, length);
+  if (failure == SendFailure::FULL || failure == SendFailure::TOO_LONG)
+    StateSet(Link::FULL);
+  else if (failure == SendFailure::GONE)
     StateSet(Link::NO_LOGGER);
+  else if (failure == SendFailure::NOT_ALLOWED)
+    StateSet(Link::NOT_ALLOWED);
+  else if (failure == SendFailure::DAMAGED)
+    StateSet(Link::DAMAGED);
+}
+
+void LoggerLink::Look() {
+  if (_queue == nullptr)
+    _queue = ShmMsgQManager::Open(_options.queue);
 }
 
 void LoggerLink::Send(const char* bytes, int length) {
@@ -97,13 +117,11 @@ void LoggerLink::Send(const char* bytes, int length) {
     return;
   }
   ++_lost;
+  // A send that was interrupted by the stop says nothing about the queue.
+  if (!_stop.stop_requested())
+    LossExplain(bytes, length);
   ShmMsgQManager::Release(_queue, 0);
   _queue = nullptr;
-  if (_stop.stop_requested())
-    return;  // the send was interrupted, which says nothing about the queue
-  Look();
-  if (_queue != nullptr)
-    StateSet(Link::FULL);
 }
 
 /// The timed event that takes the readings.
@@ -164,7 +182,6 @@ int ReadingsSend(const std::stop_token& stop, const Options& options) {
   }
   ReadingEvent reading(NowGet(&clock), options, &logger);
   events.EventAdd(&reading);
-  logger.Look();
   while (!stop.stop_requested() && std::ferror(stdout) == 0 &&
          (options.count == 0 || logger.SentGet() + logger.LostGet() < options.count)) {
     Sleep(events.SleepTimeMinGet(NowGet(&clock)), stop);

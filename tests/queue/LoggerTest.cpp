@@ -1,4 +1,5 @@
 #include "Reading.h"
+#include "SendFailure.h"
 #include "ipc/IpcHost.h"
 #include "ipc/QueueKeys.h"
 
@@ -172,4 +173,30 @@ TEST_F(Logger, SensorTellsAFullQueueFromNoLoggerAndFindsTheNextOne) {
   sensor.Expect(3, "readings sent", SIGTERM);
   logger.Signal(SIGTERM);
   logger.Expect(0, " of 1 sensors", SIGCONT);  // the message that ends it has waited for room
+}
+
+TEST_F(Logger, EachZeroOfSendHasItsMeaning) {
+  // clang-format off
+  const struct { const char* name; void (*prepare)(Queue&); int length; SendFailure meaning; } rows[] = {
+      {"a negative length", [](Queue&) {}, -1, SendFailure::WRONG_MESSAGE},
+      {"longer than the queue", [](Queue&) {}, 61, SendFailure::TOO_LONG},
+      {"no room", [](Queue& queue) { queue.Send("message", 7); }, 50, SendFailure::FULL},
+      {"removed", [](Queue& queue) { queue.Destroy(); }, 1, SendFailure::GONE},
+      {"write offset before the ring", [](Queue& queue) { queue._header->writeOffset = -1; }, 1, SendFailure::DAMAGED},
+      {"read offset behind the ring", [](Queue& queue) { queue._header->readOffset = 65; }, 1, SendFailure::DAMAGED},
+  };
+  // clang-format on
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    ASSERT_TRUE(HostFresh());
+    Queue queue(1, DEFAULT_QUEUE_ID, 64);
+    row.prepare(queue);
+    const char bytes[64] = "";
+    EXPECT_EQ(queue.Send(bytes, row.length), 0);
+    EXPECT_EQ(SendFailureGet(DEFAULT_QUEUE_ID, bytes, row.length), row.meaning);
+  }
+  ASSERT_TRUE(HostFresh());
+  ForbiddenQueueMake();
+  Program({SENSOR, "--count", "1", "--period", "1"}, Program::UNPRIVILEGED)
+      .Expect(3, "is another user's and not for this one");
 }
