@@ -1,0 +1,239 @@
+// One file to 1, 3 and 8 receivers that lose a share of what they hear: by filecast, by a bare loop
+// that repairs nothing, and, where nothing is lost, by a TCP copy to each. Sender and receivers are
+// in two networks that this process makes, joined by a veth pair; the files are in memory.
+
+#include "targets.h"
+
+#include "floors.h"
+#include "support/Namespaces.h"
+#include "support/Timed.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+
+#ifndef BENCH_FILECAST
+#define BENCH_FILECAST ""
+#endif
+
+namespace {
+
+constexpr int MOST_RECEIVERS = 8;
+constexpr int BARE_PORT = 7412, TCP_PORT = 7413;
+constexpr unsigned int GROUP = 0xEFFF4D02, NEAR = 0x0A4D0001;  // 239.255.77.2, 10.77.0.1
+constexpr std::size_t TCP_CHUNK = 65536;
+
+struct Site {
+  int far;  // the receivers' network
+  std::string folder;
+  std::string file;  // its bytes; the same are in the folder, under the name "file"
+};
+using SitePointer = std::shared_ptr<const Site>;
+
+sockaddr_in Address(unsigned int address, int port) {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_addr.s_addr = htonl(address);
+  result.sin_port = htons(static_cast<std::uint16_t>(port));
+  return result;
+}
+
+void Check(bool isGood, const char* what) {
+  if (!isGood)
+    SystemFail(what);
+}
+
+void FarEnter(const Site& site) { Check(setns(site.far, CLONE_NEWNET) == 0, "setns"); }
+
+int OutputOpen(const Site& site, int receiver) {
+  const std::string path = site.folder + "/copy" + std::to_string(receiver);
+  const int output = open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+  Check(output >= 0, "open");
+  return output;
+}
+
+double MegabytesPerSecond(double bytes, double seconds) { return bytes / seconds * 1e-6; }
+
+// A receiver's socket: bound to the group's port, with a buffer as filecast asks for.
+int GroupJoin(int receiver) {
+  const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
+  const int one = 1, room = 1 << 20;
+  setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+  const sockaddr_in here = Address(0, BARE_PORT);
+  const ip_mreq membership{{htonl(GROUP)}, {htonl(NEAR + 1 + static_cast<unsigned int>(receiver))}};
+  Check(bind(descriptor, reinterpret_cast<const sockaddr*>(&here), sizeof here) == 0, "bind");
+  Check(setsockopt(descriptor, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0,
+        "IP_ADD_MEMBERSHIP");
+  return descriptor;
+}
+
+// Goodput is what arrives: of the bare loop's bytes, those that were not lost.
+double BareRun(const Site& site, int receivers, unsigned int percent) {
+  const long size = static_cast<long>(site.file.size());
+  Shared<floors::Flow> flow;
+  Gate gate;
+  Children children;
+  for (int i = 0; i < receivers; ++i)
+    children.Start([&, i] {
+      FarEnter(site);
+      const int descriptor = GroupJoin(i);
+      const int output = OutputOpen(site, i);
+      gate.Pass();
+      floors::SamplesReceive(descriptor, output, size, percent, &flow->taken[i], &flow->written[i]);
+    });
+  const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
+  const in_addr nic{htonl(NEAR)};
+  Check(setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_IF, &nic, sizeof nic) == 0, "interface");
+  gate.Open(receivers);
+  const double start = SecondsNow();
+  floors::SamplesSend(descriptor, Address(GROUP, BARE_PORT), site.file.data(), size, receivers,
+                      *flow.operator->());
+  children.JoinAll();
+  const double seconds = SecondsNow() - start;
+  close(descriptor);
+  double bytes = 0;
+  for (int i = 0; i < receivers; ++i)
+    bytes += static_cast<double>(flow->written[i].load());
+  return MegabytesPerSecond(bytes / receivers, seconds);
+}
+
+void TcpReceive(const Site& site, Gate& gate, int receiver) {
+  FarEnter(site);
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  const int one = 1;
+  setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  const sockaddr_in here = Address(NEAR + 1 + static_cast<unsigned int>(receiver), TCP_PORT);
+  Check(bind(listener, reinterpret_cast<const sockaddr*>(&here), sizeof here) == 0, "bind");
+  Check(listen(listener, 1) == 0, "listen");
+  const int output = OutputOpen(site, receiver);
+  gate.Pass();
+  const int connection = accept(listener, nullptr, nullptr);
+  Check(connection >= 0, "accept");
+  std::vector<char> chunk(TCP_CHUNK);
+  for (std::size_t taken = 0; taken < site.file.size();) {
+    const auto count = recv(connection, chunk.data(), chunk.size(), 0);
+    Check(count > 0 && write(output, chunk.data(), static_cast<std::size_t>(count)) == count,
+          "copy");
+    taken += static_cast<std::size_t>(count);
+  }
+}
+
+// One process serves all, a chunk to each in turn.
+double TcpRun(const Site& site, int receivers) {
+  Gate gate;
+  Children children;
+  for (int i = 0; i < receivers; ++i)
+    children.Start([&, i] { TcpReceive(site, gate, i); });
+  gate.Open(receivers);
+  const double start = SecondsNow();
+  std::vector<int> connections;
+  for (int i = 0; i < receivers; ++i) {
+    connections.push_back(socket(AF_INET, SOCK_STREAM, 0));
+    const sockaddr_in there = Address(NEAR + 1 + static_cast<unsigned int>(i), TCP_PORT);
+    Check(connect(connections.back(), reinterpret_cast<const sockaddr*>(&there), sizeof there) == 0,
+          "connect");
+  }
+  for (std::size_t sent = 0; sent < site.file.size(); sent += TCP_CHUNK) {
+    const std::size_t count = std::min(TCP_CHUNK, site.file.size() - sent);
+    for (const int connection : connections)
+      Check(send(connection, site.file.data() + sent, count, 0) == static_cast<ssize_t>(count),
+            "send");
+  }
+  children.JoinAll();
+  const double seconds = SecondsNow() - start;
+  for (const int connection : connections)
+    close(connection);
+  return MegabytesPerSecond(static_cast<double>(site.file.size()), seconds);
+}
+
+[[noreturn]] void FilecastExec(std::vector<std::string> arguments) {
+  const int nothing = open("/dev/null", O_WRONLY);
+  dup2(nothing, STDOUT_FILENO);
+  dup2(nothing, STDERR_FILENO);
+  arguments.insert(arguments.begin(), BENCH_FILECAST);
+  std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
+  for (std::string& argument : arguments)
+    pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
+  execv(BENCH_FILECAST, pointers.data());
+  _exit(127);
+}
+
+void FilecastReceive(const Site& site, int receiver, unsigned int percent) {
+  FarEnter(site);
+  const std::string folder = site.folder + "/filecast" + std::to_string(receiver);
+  mkdir(folder.c_str(), 0700);
+  FilecastExec({"recv", folder, "--from", "10.77.0." + std::to_string(receiver + 2), "--wait", "30",
+                "--drop", std::to_string(percent / 100.0), "--seed", std::to_string(receiver + 1)});
+}
+
+// From the start of the sender's program until the last receiver's has ended, with the whole file
+// on its disk. The sender itself goes on for a while, to tell those who have not heard the end.
+double FilecastRun(const Site& site, int receivers, unsigned int percent) {
+  Children children;
+  std::vector<pid_t> running;
+  for (int i = 0; i < receivers; ++i)
+    running.push_back(children.Start([&, i] { FilecastReceive(site, i, percent); }));
+  const timespec pause{0, 200'000'000};
+  nanosleep(&pause, nullptr);  // until they have joined the group
+  const double start = SecondsNow();
+  // No rate of ours holds it back.
+  children.Start([&] {
+    FilecastExec({"send", site.folder + "/file", "--receivers", std::to_string(receivers), "--wait",
+                  "30", "--rate", "1000"});
+  });
+  for (const pid_t child : running)
+    children.Join(child);
+  const double seconds = SecondsNow() - start;
+  children.JoinAll();
+  return MegabytesPerSecond(static_cast<double>(site.file.size()), seconds);
+}
+
+SitePointer SiteMake(bool isQuick) {
+  // The memory first: a shell that makes the network needs nothing from the place it covers.
+  const std::string folder = MemoryFolderMake();
+  const auto site = std::make_shared<Site>(Site{FarNetworkMake(MOST_RECEIVERS), folder, ""});
+  site->file.resize(isQuick ? 2'000'000 : 32'000'000);
+  std::uint32_t random = 1;
+  for (char& byte : site->file)
+    byte = static_cast<char>((random = random * 1'664'525U + 1'013'904'223U) >> 24);
+  std::FILE* file = std::fopen((folder + "/file").c_str(), "wb");
+  Check(file != nullptr, "open");
+  Check(std::fwrite(site->file.data(), 1, site->file.size(), file) == site->file.size(), "write");
+  std::fclose(file);
+  return site;
+}
+
+void CaseRun(Runner& runner, const SitePointer& site, int receivers, unsigned int percent) {
+  Case subject{"file to " + std::to_string(receivers), "% lost", static_cast<long>(percent)};
+  subject.metrics = {{"goodput", "MB/s", true}};
+  subject.rounds = runner.IsQuick() ? 1 : 3;
+  const auto add = [&](const char* name, Role role, const auto& run) {
+    subject.Add(name, role, [&] {
+      return [site, run, receivers, percent](double) {
+        return Values{run(*site, receivers, percent)};
+      };
+    });
+  };
+  add("filecast", Role::LIBRARY, FilecastRun);
+  add("floor", Role::FLOOR, BareRun);
+  if (percent == 0)
+    add("TCP to each", Role::PEER,
+        [](const Site& s, int count, unsigned int) { return TcpRun(s, count); });
+  runner.Run(subject);
+}
+
+}  // namespace
+
+void FilecastBench(Runner& runner) {
+  if (access(BENCH_FILECAST, X_OK) != 0)
+    throw Unavailable("filecast was not built");
+  const SitePointer site = SiteMake(runner.IsQuick());
+  for (const int receivers : {1, 3, 8})
+    for (const unsigned int percent : {0U, 1U, 5U, 10U, 30U})
+      if (!runner.IsQuick() || percent == 0 || percent == 10)
+        CaseRun(runner, site, receivers, percent);
+}
