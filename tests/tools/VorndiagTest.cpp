@@ -1,24 +1,15 @@
-#include "ipc/IpcHost.h"
 #include "ipc/internal/QueueLayout.h"
 #include "support/Namespace.h"
-#include "vorndiag/QueueWatch.h"
+#include "tools/Diag.h"
+#include "vorndiag/QueueActions.h"
+#include "vorndiag/QueueLive.h"
+
+#include <sys/mount.h>
+#include <thread>
 
 namespace {
 
 using Vorndiag = IpcHost;
-
-// Runs the built command, after what the shell does first.
-void DiagExpect(const std::string& arguments, int code, const std::string& part = "",
-                const std::string& first = "exec ") {
-  SCOPED_TRACE(first + "vorndiag " + arguments);
-  FILE* pipe = popen(("exec 2>&1; " + first + VORNDIAG " " + arguments).c_str(), "r");
-  std::string text;
-  for (char bytes[256]; pipe != nullptr && std::fgets(bytes, sizeof bytes, pipe) != nullptr;)
-    text += bytes;
-  const int status = pipe != nullptr ? pclose(pipe) : -1;
-  EXPECT_EQ(WEXITSTATUS(status), code) << text;
-  EXPECT_NE(text.find(part), std::string::npos) << "'" << part << "' is not in\n" << text;
-}
 
 void SegmentMake(std::uint32_t key, std::size_t size, std::uint32_t length) {
   void* base = shmat(shmget(static_cast<key_t>(key), size, IPC_CREAT | 0664), nullptr, 0);
@@ -26,21 +17,27 @@ void SegmentMake(std::uint32_t key, std::size_t size, std::uint32_t length) {
   shmdt(base);
 }
 
+// Of the calling thread alone.
+bool ProcHide() {
+  return unshare(CLONE_NEWNS) == 0 &&
+         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("none", "/proc", "tmpfs", 0, nullptr) == 0;
+}
+
 }  // namespace
 
-// The holder gets the signal, 0 for none, while it has the mutex.
+// The holder gets the signal, 0 for none, while it has the mutex. The looks follow each other
+// quickly: that they last a second is another test's matter.
 TEST_F(Vorndiag, MutexOfAHolderThatMayLiveIsGivenByForceOnly) {
   // clang-format off
   const struct { const char* name; int signal; bool isProcHidden; const char* verdict; int giveCode, givenValue; } rows[] = {
-      {"dead", SIGKILL, false, "a sender died", 0, 1},
-      {"stopped", SIGSTOP, false, "kill -CONT", 1, 0},
-      {"alive", 0, false, "which lives", 1, 0},
-      {"dead, no /proc", SIGKILL, true, "a sender died", 0, 1},
-      {"alive, no /proc", 0, true, "which /proc does not show", 1, 0},
+      {"dead", SIGKILL, false, "a sender died", EXIT_FINE, 1},
+      {"stopped", SIGSTOP, false, "kill -CONT", EXIT_TROUBLE, 0},
+      {"alive", 0, false, "which lives", EXIT_TROUBLE, 0},
+      {"dead, no /proc", SIGKILL, true, "a sender died", EXIT_FINE, 1},
+      {"alive, no /proc", 0, true, "which /proc does not show", EXIT_TROUBLE, 0},
   };
   // clang-format on
-  const char* const hiding = "unshare -m sh -c 'mount -t tmpfs none /proc && exec \"$@\"' sh ";
-  const bool canHide = std::system((std::string(hiding) + "true 2>/dev/null").c_str()) == 0;
   Queue queue(1, 7, 16);
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -48,9 +45,6 @@ TEST_F(Vorndiag, MutexOfAHolderThatMayLiveIsGivenByForceOnly) {
     if (row.isProcHidden)
       GTEST_SKIP() << "a sanitizer needs /proc";
 #endif
-    if (row.isProcHidden && !canHide)
-      GTEST_SKIP() << "nothing can be mounted over /proc here";
-    const std::string first = row.isProcHidden ? hiding : "exec ";
     Child holder([&] {
       NamedMutexTake(queue._mutexId);
       raise(row.signal);
@@ -61,11 +55,86 @@ TEST_F(Vorndiag, MutexOfAHolderThatMayLiveIsGivenByForceOnly) {
       holder.Wait();
     else if (row.signal == SIGSTOP)
       waitpid(holder.pid, nullptr, WUNTRACED);
-    DiagExpect("queue 7", 1, row.verdict, first);
-    DiagExpect("queue 7 --give-mutex", row.giveCode, "", first);
-    EXPECT_EQ(ValueGet(queue._mutexId), row.givenValue);
-    DiagExpect("queue 7 --give-mutex --force", 0, "", first);
-    EXPECT_EQ(ValueGet(queue._mutexId), 1) << "forced";
+    bool canHide = true;
+    std::thread([&] {
+      canHide = !row.isProcHidden || ProcHide();
+      if (!canHide)
+        return;
+      std::vector<QueueWatch> watches{QueueWatchBegin(7)};
+      QueuesWatch(&watches, std::chrono::milliseconds(5));
+      EXPECT_NE(VerdictGet(watches[0]).lines[0].find(row.verdict), std::string::npos)
+          << VerdictGet(watches[0]).lines[0];
+      EXPECT_EQ(MutexGiveBack(watches[0], false).code, row.giveCode);
+      EXPECT_EQ(ValueGet(queue._mutexId), row.givenValue);
+      EXPECT_EQ(MutexGiveBack(watches[0], true).code, EXIT_FINE);
+      EXPECT_EQ(ValueGet(queue._mutexId), 1) << "forced";
+    }).join();
+    if (!canHide)
+      GTEST_SKIP() << "nothing can be mounted over /proc here";
+  }
+}
+
+// One that may be healed, one whose holder lives, and one whose receiver only has to be woken.
+TEST_F(Vorndiag, HealGivesWhatIsCertainlyDeadWakesWhoSleepsAndNothingElse) {
+  Queue dead(1, 7, 16), held(1, 8, 16), asleep(1, 9, 16);
+  Child sender([&] { return NamedMutexTake(dead._mutexId) != 0 ? 0 : 1; });
+  ASSERT_EQ(sender.Wait(), 0);
+  NamedMutexTake(held._mutexId);
+  Child receiver([] { return Queue(1, 9).Receive(1).empty() ? 0 : 1; });
+  ASSERT_TRUE(WaiterAwait(asleep._semaphoreId));
+  DiagExpect("queue 9 --watch --looks 1", 0,
+             "to receive waits pid " + std::to_string(receiver.pid));
+  OffsetStore(&asleep._header->writeOffset, 4);  // an empty message
+  DiagExpect("queue 7 --watch --looks 1", 1,
+             "held by pid " + std::to_string(sender.pid) + ", gone");
+  DiagExpect("queues --heal", 0, "queue 9:\nwaking the receiver");
+  EXPECT_EQ(receiver.Wait(), 0);
+  Child again([] { return Queue(1, 9).Receive(1).empty() ? 0 : 1; });
+  ASSERT_TRUE(WaiterAwait(asleep._semaphoreId));
+  OffsetStore(&asleep._header->writeOffset, 8);
+  DiagExpect("queue 9 --give-mutex --json", 0, R"("steps":[{"what":"waking the receiver")");
+  EXPECT_EQ(again.Wait(), 0);
+  EXPECT_EQ(ValueGet(dead._mutexId), 1);
+  EXPECT_EQ(ValueGet(held._mutexId), 0);
+  DiagExpect("queue 8 --heal", 0, "nothing to heal");
+}
+
+// What is sent and received between two looks is counted, unless the ring may have gone round.
+TEST_F(Vorndiag, MeterCountsWhatWasSentAndTheMostThatWaited) {
+  Queue queue(1, 7, 100);
+  QueueMeter meter(7);
+  for (int sent = 0; sent < 5; ++sent) {
+    queue.Send("hello", 5);
+    meter.Look();
+    queue.Receive(5);
+  }
+  EXPECT_EQ(meter.TrafficGet().messages, 5);
+  EXPECT_EQ(meter.TrafficGet().bytes, 25);
+  EXPECT_EQ(meter.HighestGet(), 9);
+  EXPECT_FALSE(meter.TrafficGet().isLeast);
+  for (int sent = 0; sent < 6; ++sent)
+    queue.Send("hello", 5);
+  meter.Look();
+  EXPECT_TRUE(meter.TrafficGet().isLeast) << "54 of 101 bytes in one step";
+}
+
+// On a terminal, which `script` makes.
+TEST_F(Vorndiag, RemoveAsksAPersonUnlessSheSaidYes) {
+  // clang-format off
+  const struct { const char *answer, *options; int code; const char* left; } rows[] = {
+      {"n", "", 1, "2/1"},
+      {"y", "", 0, "0/0"},
+      {"n", " --yes", 0, "0/0"},
+  };
+  // clang-format on
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.answer) + row.options);
+    Queue(1, 7, 16);
+    const std::string asked = std::string("echo ") + row.answer +
+                              " | script -qec '" VORNDIAG " queue 7 --remove" + row.options +
+                              "' /dev/null; exit $?; ";
+    EXPECT_EQ(DiagRun("", asked).code, row.code);
+    EXPECT_EQ(HostText(), row.left);
   }
 }
 
@@ -89,17 +158,6 @@ TEST(ProcessLook, WhatAnotherUserOrNamespaceHasIsNotGone) {
   if (state == 77)
     GTEST_SKIP() << "no process namespace can be made here";
   EXPECT_EQ(state, static_cast<int>(ProcessState::UNKNOWN));
-}
-
-TEST_F(Vorndiag, ReceiverThatADeadSenderDidNotWakeIsWoken) {
-  Queue queue(1, 7, 16);
-  Child receiver([] { return Queue(1, 7).Receive(1).empty() ? 0 : 1; });
-  ASSERT_TRUE(WaiterAwait(queue._semaphoreId));
-  OffsetStore(&queue._header->writeOffset, 4);  // an empty message
-  DiagExpect("queue 7", 1, "sleeps beside messages");
-  DiagExpect("queue 7 --give-mutex", 0, "waking the receiver");
-  EXPECT_EQ(receiver.Wait(), 0);
-  DiagExpect("queue 7", 0, "nothing wrong, and no receiver waits");
 }
 
 TEST_F(Vorndiag, QueuesShowsAllThatAreQueuesWithinOneSecond) {
@@ -127,7 +185,9 @@ TEST_F(Vorndiag, RemoveLeavesNothingAndForeignOrWrongIsRefused) {
   EXPECT_EQ(HostText(), "0/0");
   Queue queue(1, 7, 16);
   for (const char* wrong : {"queue", "queue seven", "queue 7 --force", "queue 7 --loud",
-                            "hosts all", "queue 7 --give-mutex --remove", ""})
+                            "hosts all", "queue 7 --give-mutex --remove", "queues --every 2",
+                            "queue 7 --yes", "decode time 8000000", "decode time 0x80000000",
+                            "decode date 80", ""})
     DiagExpect(wrong, 2);
   EXPECT_EQ(HostText(), "2/1");
   DiagExpect("queue 7 --remove", 0, "1 attached");
@@ -157,8 +217,18 @@ TEST(VorndiagHosts, TroubleInTheListOrARefusalEndsWithOne) {
       {"echo '10.1.0.0/ffff0000 # lab' >$F", "10.1.2.3", 0, "10.1.2.3: admitted"},
       {"echo 10.1.0.0/ffff0000 >$F", "10.2.2.3", 1, "10.2.2.3: REFUSED"},
       {"echo 10.1.0.0/16 >$F", "", 1, "WRONG: a mask is 8"},
-      {"echo 10.1.300.1 >$F", "", 1, "WRONG: is not written"},
-      {"printf '10.1.2.3\\r\\n' >$F", "10.1.2.3", 1, "10.1.2.3\\x0d"},
+      {"echo 10.1.0.0/16 >$F", "", 1, "16 bits are /ffff0000"},
+      {"echo 10.1.300.1 >$F", "", 1, "a number is above 255"},
+      {"echo fe80::1 >$F", "", 1, "WRONG: looks like a part of an IPv6 address"},
+      {"echo 10.1.2.3 10.1.2.3 >$F", "", 0, "note: means the same as 10.1.2.3"},
+      {"echo 10.1.2.3/00ff00ff 10.0.3.4 >$F", "", 1, "note: the mask has zeros between its ones"},
+      {"echo 10.1.2.3 10.2.0.0/ffff0000 >$F", "", 1, "the host is in no subnet"},
+      {"echo 10.1.2.3 10.2.0.0/ffff0000 >$F", "", 1, "no host of the list is in it"},
+      {"echo 10.1.2.3 10.1.0.0/ffff0000 >$F", "10.1.2.3", 0, "hosts and subnets"},
+      {"echo 10.1.2.3 127.0.0.1 10.1.0.0/ffff0000 >$F", "10.1.2.3", 0, "10.1.2.3: admitted"},
+      {"echo 239.1.2.3 >$F", "", 1, "the address of a group"},
+      {"echo no.such.host.invalid >$F", "", 1, "WRONG: no such host"},
+      {"printf '10.1.2.3\\r\\n' >$F", "10.1.2.3", 1, "10.1.2.3\\x0d                 host   10.1.2.3 mask ffffffff  WRONG: holds a carriage return"},
       {"(printf '10.1.2.3 %.0s' $(seq 454); echo 10.1.2.3) >$F", "10.1.2.3", 0, "10.1.2.3: admitted"},
       {"(printf '10.1.2.3 %.0s' $(seq 454); echo 10.1.2.30 10.1.2.4) >$F", "10.1.2.3", 1, "its end may be missing"},
       {"export $F=10.1.2.3:10.1.2.3", "10.1.2.3", 0, "from environment variable"},

@@ -12,26 +12,59 @@ enum ExitCode : int {
   EXIT_NOTHING = 3,  ///< there is no such queue or list
 };
 
-/// `giveMutex` and `remove` exclude each other; without both the command only looks.
+/// How a command prints what it found. As JSON it is one object on one line; a live view prints one
+/// such line each time. docs/operations.md names the fields.
+enum class Format { TEXT, JSON };
+
+/// A live view of queues.
+struct LiveOptions {
+  bool isOn = false;
+  int seconds = 1;  ///< between two prints
+  int looks = 0;    ///< prints; 0: until a signal ends the program
+};
+
+/// At most one of `giveMutex`, `remove`, `heal` and `live.isOn`; without them the command only
+/// looks.
 struct QueueOptions {
   int id = 0;
   bool giveMutex = false;  ///< give back the mutex of a dead sender
   bool remove = false;     ///< remove the queue from the host
   bool force = false;      ///< do either also where that may harm a program that lives
+  bool isSure = false;     ///< do not ask before removing
+  bool heal = false;       ///< do what cannot harm, see QueueHeal.h
+  LiveOptions live;
+};
+
+struct QueuesOptions {
+  bool heal = false;
+  LiveOptions live;
+};
+
+struct HostsOptions {
+  std::string type;  ///< "manager", "app", "managee" or "peer"
+  std::vector<std::string> addresses;
+};
+
+struct DecodeOptions {
+  std::string form;  ///< "time", "sn" or "bitmap"
+  std::vector<std::string> hex;
+  bool isLittle = false;
 };
 
 /// The commands print to standard output and return the exit code: `EXIT_TROUBLE` whenever a line
 /// says WRONG. Each is called once in a process, on its only thread.
 
 /// The library's interface table.
-ExitCode NicCommand();
-/// One queue: its objects and what is wrong with them, or one of the actions.
-ExitCode QueueCommand(const QueueOptions& options);
+ExitCode NicCommand(Format format);
+/// One queue: its objects and what is wrong with them, a live view of it, or one of the actions.
+ExitCode QueueCommand(const QueueOptions& options, Format format);
 /// All queues of this IPC namespace, a line for each. Takes about a second, however many there are,
 /// if something may be wrong with one of them; no time otherwise.
-ExitCode QueuesCommand();
-/// The host list of `type` ("manager", "app", "managee" or "peer"), whether it admits `addresses`
-/// (addresses or names), and which interfaces it leaves in use.
-ExitCode HostsCommand(const std::string& type, const std::vector<std::string>& addresses);
+ExitCode QueuesCommand(const QueuesOptions& options, Format format);
+/// The host list of a type, what is odd in it, whether it admits `addresses` (addresses or names),
+/// and which interfaces it leaves in use.
+ExitCode HostsCommand(const HostsOptions& options, Format format);
+/// What wire bytes stand for.
+ExitCode DecodeCommand(const DecodeOptions& options, Format format);
 
 #endif

@@ -1,116 +1,106 @@
-#include "vorndiag/Commands.h"
-#include "vorndiag/QueueActions.h"
-#include "vorndiag/QueueWatch.h"
+#include "vorndiag/LiveView.h"
+#include "vorndiag/QueueJson.h"
+#include "vorndiag/QueueText.h"
 
 #include <cinttypes>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
+#include <iostream>
 
-#include <pwd.h>
+#include <unistd.h>
 
 namespace {
 
-std::string TimeText(std::time_t time) {
-  tm parts{};
-  char text[32];
-  if (time == 0 || localtime_r(&time, &parts) == nullptr ||
-      std::strftime(text, sizeof text, "%F %T", &parts) == 0)
-    return "never";
-  return text;
+void JsonBegin(int id, const char* action, JsonWriter* json) {
+  json->ObjectBegin();
+  json->Text("command", "queue");
+  json->Text("action", action);
+  if (*action != '\0')
+    json->Number("id", id);
 }
 
-std::string UserText(uid_t user) {
-  const passwd* entry = getpwuid(user);
-  return entry != nullptr ? entry->pw_name : std::to_string(user);
-}
-
-void MessagesPrint(const SegmentLook& segment) {
-  const RingMessages& messages = segment.messages;
-  if (segment.isMoving)
-    std::printf("  messages   they are received faster than they can be counted\n");
-  else if (messages.isDamaged)
-    std::printf("  messages   %d good ones, then at ring offset %d a length of %" PRId32 "\n",
-                messages.count, messages.damageOffset, messages.damageLength);
-  else if (messages.count == 0)
-    std::printf("  messages   none waiting\n");
-  else
-    std::printf("  messages   %d waiting, the longest has %d bytes\n", messages.count,
-                messages.longest);
-}
-
-void RingPrint(const SegmentLook& segment) {
-  std::printf("  ring       %d bytes: ", segment.capacity);
-  if (!segment.offsets) {
-    std::printf("an offset lies outside of it\n");
-    return;
+ExitCode AbsenceShow(const QueueWatch& watch, Format format) {
+  if (format == Format::JSON) {
+    JsonWriter json;
+    JsonBegin(watch.id, "", &json);
+    json.Null("queue");
+    json.End();
+    json.Print();
+  } else {
+    std::printf("there is no queue %d in this IPC namespace (key 0x%08" PRIx32 ")\n", watch.id,
+                watch.before.segment.key);
   }
-  std::printf("write offset %d, read offset %d, %d used, %d free\n", segment.offsets->write,
-              segment.offsets->read, RingUsedGet(*segment.offsets, segment.capacity),
-              RingFreeGet(*segment.offsets, segment.capacity));
-  MessagesPrint(segment);
+  return EXIT_NOTHING;
 }
 
-void SegmentPrint(const SegmentLook& segment) {
-  std::printf("  segment    key 0x%08" PRIx32, segment.key);
-  if (!segment.Exists()) {
-    std::printf(": none\n");
-    return;
+ExitCode ActionShow(int id, const char* action, const ActionReport& report, Format format) {
+  if (format == Format::JSON) {
+    JsonWriter json;
+    JsonBegin(id, action, &json);
+    ActionFieldsWrite(report, &json);
+    json.End();
+    json.Print();
+  } else {
+    ActionPrint(report);
   }
-  if (segment.error != 0) {
-    std::printf(", id %d: %s\n", segment.id, std::strerror(segment.error));
-    return;
+  return report.code;
+}
+
+ExitCode QueueShow(const QueueWatch& watch, Format format) {
+  const Verdict verdict = VerdictGet(watch);
+  if (format == Format::JSON) {
+    JsonWriter json;
+    JsonBegin(watch.id, "", &json);
+    json.ObjectBegin("queue");
+    QueueFieldsWrite(watch, verdict, &json);
+    json.End();
+    json.End();
+    json.Print();
+  } else {
+    QueuePrint(watch, verdict);
   }
-  const shmid_ds& kernel = segment.kernel;
-  std::printf(", id %d, %zu bytes, owner %s, mode %04o\n", segment.id,
-              static_cast<std::size_t>(kernel.shm_segsz), UserText(kernel.shm_perm.uid).c_str(),
-              static_cast<unsigned int>(kernel.shm_perm.mode & 07777));
-  std::printf("             made by %s, %lu attached, last attach %s\n",
-              ProcessText(segment.maker).c_str(), static_cast<unsigned long>(kernel.shm_nattch),
-              TimeText(kernel.shm_atime).c_str());
-  const char* fault = SegmentFaultText(segment.fault);
-  std::printf("  length     %" PRIu32 ": %s\n", segment.length,
-              fault != nullptr ? fault : "fits the segment");
-  if (fault == nullptr)
-    RingPrint(segment);
-}
-
-void SetPrint(const char* what, const SetLook& set) {
-  std::printf("  %-10s key 0x%08" PRIx32, what, set.key);
-  if (!set.Exists())
-    std::printf(": none\n");
-  else if (set.error != 0)
-    std::printf(", id %d: %s\n", set.id, std::strerror(set.error));
-  else
-    std::printf(", id %d, value %d, %d waiting; last %s by %s at %s\n", set.id, set.value,
-                set.waiting, set.IsTaken() ? "taken" : "set", ProcessText(set.process).c_str(),
-                TimeText(set.LastTime()).c_str());
-}
-
-ExitCode VerdictPrint(const Verdict& verdict) {
-  for (const std::string& line : verdict.lines)
-    std::printf("%s%s\n", verdict.isTrouble ? "WRONG: " : "", line.c_str());
   return verdict.isTrouble ? EXIT_TROUBLE : EXIT_FINE;
+}
+
+// Asks a person. A script is not asked: it was told.
+bool RemovalIsMeant(const QueueWatch& watch, const QueueOptions& options) {
+  if (options.isSure || isatty(STDIN_FILENO) == 0)
+    return true;
+  std::fprintf(stderr, "queue %d: %lu attached, %d messages wait; remove it? [y/N] ", watch.id,
+               static_cast<unsigned long>(watch.before.segment.kernel.shm_nattch),
+               watch.before.segment.messages.count);
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+ActionReport RemovalRun(const QueueWatch& watch, const QueueOptions& options) {
+  if (!RemovalIsMeant(watch, options))
+    return {"NOT removed", {}, "", EXIT_TROUBLE};
+  return QueueRemove(watch.before, options.force);
+}
+
+ActionReport HealRun(const QueueWatch& watch) {
+  ActionReport report = QueueHeal(watch);
+  if (report.steps.empty() && report.refusal.empty())
+    report.note = "nothing to heal";
+  return report;
 }
 
 }  // namespace
 
-ExitCode QueueCommand(const QueueOptions& options) {
+ExitCode QueueCommand(const QueueOptions& options, Format format) {
   std::vector<QueueWatch> watches{QueueWatchBegin(options.id)};
   const QueueWatch& watch = watches.front();
-  if (!watch.before.AnyExists()) {
-    std::printf("there is no queue %d in this IPC namespace (key 0x%08" PRIx32 ")\n", options.id,
-                watch.before.segment.key);
-    return EXIT_NOTHING;
-  }
+  if (!watch.before.AnyExists())
+    return AbsenceShow(watch, format);
+  if (options.live.isOn)
+    return LiveViewRun(options.live, format, [&] { return std::set<int>{options.id}; });
   if (options.remove)
-    return QueueRemove(watch.before, options.force);
+    return ActionShow(options.id, "remove", RemovalRun(watch, options), format);
   QueuesWatch(&watches);
   if (options.giveMutex)
-    return MutexGiveBack(watch, options.force);
-  std::printf("queue %d\n", options.id);
-  SegmentPrint(watch.after.segment);
-  SetPrint("semaphore", watch.after.semaphore);
-  SetPrint("mutex", watch.after.mutex);
-  return VerdictPrint(VerdictGet(watch));
+    return ActionShow(options.id, "give-mutex", MutexGiveBack(watch, options.force), format);
+  if (options.heal)
+    return ActionShow(options.id, "heal", HealRun(watch), format);
+  return QueueShow(watch, format);
 }

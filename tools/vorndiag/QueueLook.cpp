@@ -14,6 +14,14 @@ constexpr int TRIES = 3;
 // Removed between two calls: that is no error, there is none any more.
 bool IsRemoved(int error) { return error == EINVAL || error == EIDRM; }
 
+// At the object that the kernel has under `key`; a negative `id` is none.
+template <class Look> Look LookBegin(std::uint32_t key, int id) {
+  Look look;
+  look.key = key;
+  look.id = id;
+  return look;
+}
+
 template <class Look> Look FailedLook(Look look) {
   look.error = errno;
   if (IsRemoved(look.error)) {
@@ -25,10 +33,8 @@ template <class Look> Look FailedLook(Look look) {
 
 // All but what has become of the process.
 SetLook SetLookOnce(std::uint32_t key) {
-  SetLook look;
-  look.key = key;
-  look.id = semget(static_cast<key_t>(key), 0, 0);
-  if (look.id < 0)
+  auto look = LookBegin<SetLook>(key, semget(static_cast<key_t>(key), 0, 0));
+  if (!look.Exists())
     return look;
   semid_ds kernel{};
   SemaphoreArgument argument{};
@@ -90,7 +96,13 @@ void MessagesLook(ShmMsgQHeader* header, SegmentLook* look) {
   look->messages = {};
 }
 
-void RingLook(char* base, SegmentLook* look) {
+void WrittenLook(ShmMsgQHeader* header, int earlierWrite, SegmentLook* look) {
+  if (look->offsets && earlierWrite >= 0 && earlierWrite < look->capacity)
+    look->written =
+        RingMessagesWalk(RingGet(header), look->capacity, {look->offsets->write, earlierWrite});
+}
+
+void RingLook(char* base, std::optional<int> earlierWrite, SegmentLook* look) {
   const std::size_t size = look->kernel.shm_segsz;
   // The kernel maps whole pages: the word can be read in the smallest segment.
   look->length = std::atomic_ref<std::uint32_t>(*reinterpret_cast<std::uint32_t*>(base))
@@ -99,14 +111,15 @@ void RingLook(char* base, SegmentLook* look) {
   if (look->fault != SegmentFault::NONE)
     return;
   look->capacity = static_cast<int>(look->length - QUEUE_HEADER_SIZE);
-  MessagesLook(reinterpret_cast<ShmMsgQHeader*>(base + SHM_LENGTH_WORD_SIZE), look);
+  auto* header = reinterpret_cast<ShmMsgQHeader*>(base + SHM_LENGTH_WORD_SIZE);
+  MessagesLook(header, look);
+  if (earlierWrite)
+    WrittenLook(header, *earlierWrite, look);
 }
 
-SegmentLook SegmentLookGet(std::uint32_t key) {
-  SegmentLook look;
-  look.key = key;
-  look.id = shmget(static_cast<key_t>(key), 0, 0);
-  if (look.id < 0)
+SegmentLook SegmentLookGet(std::uint32_t key, std::optional<int> earlierWrite) {
+  auto look = LookBegin<SegmentLook>(key, shmget(static_cast<key_t>(key), 0, 0));
+  if (!look.Exists())
     return look;
   if (shmctl(look.id, IPC_STAT, &look.kernel) < 0)
     return FailedLook(look);
@@ -114,14 +127,14 @@ SegmentLook SegmentLookGet(std::uint32_t key) {
   void* base = shmat(look.id, nullptr, SHM_RDONLY);
   if (reinterpret_cast<std::intptr_t>(base) == -1)
     return FailedLook(look);
-  RingLook(static_cast<char*>(base), &look);
+  RingLook(static_cast<char*>(base), earlierWrite, &look);
   shmdt(base);
   return look;
 }
 
 }  // namespace
 
-QueueLook QueueLookGet(int id) {
-  return {SegmentLookGet(QueueKeyGet(id)), SetLookGet(QueueKeyGet(id)),
+QueueLook QueueLookGet(int id, std::optional<int> earlierWrite) {
+  return {SegmentLookGet(QueueKeyGet(id), earlierWrite), SetLookGet(QueueKeyGet(id)),
           SetLookGet(QueueMutexKeyGet(id))};
 }

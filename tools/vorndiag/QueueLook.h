@@ -50,6 +50,7 @@ struct SegmentLook {
   std::optional<RingOffsets> offsets;       ///< none: one lies outside the ring
   bool isMoving = false;  ///< the receiver moved on during each walk: `messages` are unknown
   RingMessages messages;
+  RingMessages written;  ///< what lies between an earlier write offset and this one, if asked for
 
   bool Exists() const { return id >= 0; }
 };
@@ -62,7 +63,8 @@ struct QueueLook {
   bool AnyExists() const { return segment.Exists() || semaphore.Exists() || mutex.Exists(); }
 };
 
-/// Looks at queue `id`, any number.
-QueueLook QueueLookGet(int id);
+/// Looks at queue `id`, any number. With the write offset of an earlier look, also at what was
+/// written since: that is still in the ring, received or not, until the ring has gone round once.
+QueueLook QueueLookGet(int id, std::optional<int> earlierWrite = std::nullopt);
 
 #endif

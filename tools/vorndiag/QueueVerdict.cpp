@@ -21,10 +21,6 @@ bool IsDamaged(const SegmentLook& before, const SegmentLook& after) {
          before.offsets->read == after.offsets->read;
 }
 
-bool ReceiverSleepsBesideMessages(const QueueLook& look) {
-  return look.segment.messages.count > 0 && look.semaphore.waiting > 0 && look.semaphore.value == 0;
-}
-
 // For another message like the longest that is in it.
 bool IsFull(const SegmentLook& segment) {
   return segment.offsets && segment.messages.count > 0 &&
@@ -218,6 +214,10 @@ std::string ForeignTextGet(const QueueLook& look) {
     return std::string("the segment is no queue's (") + fault + ")";
   const std::string semaphore = SetForeignText("semaphore", look.semaphore);
   return semaphore.empty() ? SetForeignText("mutex", look.mutex) : semaphore;
+}
+
+bool ReceiverSleepsBesideMessages(const QueueLook& look) {
+  return look.segment.messages.count > 0 && look.semaphore.waiting > 0 && look.semaphore.value == 0;
 }
 
 MutexHold MutexHoldGet(const SetLook& before, const SetLook& after) {

@@ -26,6 +26,9 @@ enum class MutexHold {
 
 MutexHold MutexHoldGet(const SetLook& before, const SetLook& after);
 
+/// Whether somebody waits for a message although there is one: for a moment that is sound.
+bool ReceiverSleepsBesideMessages(const QueueLook& look);
+
 /// Why one of the objects cannot be a queue's, in words that name the object; empty if all can.
 std::string ForeignTextGet(const QueueLook& look);
 

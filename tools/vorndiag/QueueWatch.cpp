@@ -1,12 +1,10 @@
 #include "vorndiag/QueueWatch.h"
 
-#include <chrono>
 #include <thread>
 
 namespace {
 
 constexpr int LOOKS = 10;
-constexpr std::chrono::milliseconds PAUSE(100);
 
 std::vector<QueueWatch*> TroubledGet(std::vector<QueueWatch>* watches) {
   std::vector<QueueWatch*> troubled;
@@ -23,12 +21,12 @@ QueueWatch QueueWatchBegin(int id) {
   return {id, look, look};
 }
 
-void QueuesWatch(std::vector<QueueWatch>* watches) {
+void QueuesWatch(std::vector<QueueWatch>* watches, std::chrono::milliseconds pause) {
   for (int i = 0; i < LOOKS; ++i) {
     const std::vector<QueueWatch*> troubled = TroubledGet(watches);
     if (troubled.empty())
       return;
-    std::this_thread::sleep_for(PAUSE);
+    std::this_thread::sleep_for(pause);
     for (QueueWatch* watch : troubled)
       watch->after = QueueLookGet(watch->id);
   }

@@ -1,61 +1,99 @@
-#include "vorndiag/Commands.h"
-#include "vorndiag/QueueList.h"
-#include "vorndiag/QueueWatch.h"
+#include "vorndiag/LiveView.h"
+#include "vorndiag/QueueFind.h"
+#include "vorndiag/QueueJson.h"
+#include "vorndiag/QueueText.h"
 
-#include <cinttypes>
 #include <cstdio>
-#include <fstream>
-#include <optional>
 
 namespace {
 
-constexpr const char* SEGMENT_LIST = "/proc/sysvipc/shm";
-constexpr const char* SET_LIST = "/proc/sysvipc/sem";
-
-std::optional<std::vector<QueueWatch>> QueuesFind() {
-  std::ifstream segments(SEGMENT_LIST);
-  std::ifstream sets(SET_LIST);
-  if (!segments || !sets)
-    return std::nullopt;
-  std::vector<QueueWatch> watches;
-  for (const int id : CandidatesGet(KeysGet(&segments), KeysGet(&sets))) {
-    const QueueWatch watch = QueueWatchBegin(id);
-    if (QueueIsLikely(id, watch.before))
-      watches.push_back(watch);
-  }
-  return watches;
+void JsonBegin(const char* action, JsonWriter* json) {
+  json->ObjectBegin();
+  json->Text("command", "queues");
+  json->Text("action", action);
+  json->ArrayBegin("queues");
 }
 
-// Returns whether something is wrong with the queue.
-bool RowPrint(const QueueWatch& watch) {
-  const SegmentLook& segment = watch.after.segment;
-  const Verdict verdict = VerdictGet(watch);
-  const int free = segment.offsets ? RingFreeGet(*segment.offsets, segment.capacity) : 0;
-  const bool isFine = !verdict.isTrouble && segment.Exists();
-  std::printf("%11d  0x%08" PRIx32 "  %10zu  %8lu  %8d  %10d  %s%s\n", watch.id, segment.key,
-              static_cast<std::size_t>(segment.kernel.shm_segsz),
-              static_cast<unsigned long>(segment.kernel.shm_nattch), segment.messages.count, free,
-              verdict.isTrouble ? "WRONG: " : "", isFine ? "fine" : verdict.lines.front().c_str());
-  return verdict.isTrouble;
+void JsonFinish(JsonWriter* json) {
+  json->End();
+  json->End();
+  json->Print();
+}
+
+void RowsPrint(const std::vector<QueueWatch>& watches) {
+  if (watches.empty()) {
+    std::printf("there is no queue in this IPC namespace\n");
+    return;
+  }
+  std::printf("%s", QUEUE_ROW_HEADING);
+  for (const QueueWatch& watch : watches)
+    QueueRowPrint(watch, VerdictGet(watch));
+}
+
+void RowsWrite(const std::vector<QueueWatch>& watches) {
+  JsonWriter json;
+  JsonBegin("", &json);
+  for (const QueueWatch& watch : watches) {
+    json.ObjectBegin();
+    QueueFieldsWrite(watch, VerdictGet(watch), &json);
+    json.End();
+  }
+  JsonFinish(&json);
+}
+
+ExitCode QueuesShow(const std::vector<QueueWatch>& watches, Format format) {
+  format == Format::JSON ? RowsWrite(watches) : RowsPrint(watches);
+  for (const QueueWatch& watch : watches)
+    if (VerdictGet(watch).isTrouble)
+      return EXIT_TROUBLE;
+  return EXIT_FINE;
+}
+
+// A timer's log stays empty while there is nothing to do.
+void HealedPrint(int id, const ActionReport& report) {
+  if (report.steps.empty() && report.refusal.empty())
+    return;
+  std::printf("queue %d:\n", id);
+  ActionPrint(report);
+}
+
+ExitCode QueuesHeal(const std::vector<QueueWatch>& watches, Format format) {
+  ExitCode code = EXIT_FINE;
+  JsonWriter json;
+  JsonBegin("heal", &json);
+  for (const QueueWatch& watch : watches) {
+    const ActionReport report = QueueHeal(watch);
+    if (report.code != EXIT_FINE)
+      code = EXIT_TROUBLE;
+    json.ObjectBegin();
+    json.Number("id", watch.id);
+    ActionFieldsWrite(report, &json);
+    json.End();
+    if (format == Format::TEXT)
+      HealedPrint(watch.id, report);
+  }
+  if (format == Format::JSON)
+    JsonFinish(&json);
+  return code;
+}
+
+std::set<int> IdsFind() {
+  std::set<int> ids;
+  for (const QueueWatch& watch : QueuesFind().value_or(std::vector<QueueWatch>()))
+    ids.insert(watch.id);
+  return ids;
 }
 
 }  // namespace
 
-ExitCode QueuesCommand() {
+ExitCode QueuesCommand(const QueuesOptions& options, Format format) {
   std::optional<std::vector<QueueWatch>> watches = QueuesFind();
   if (!watches) {
-    std::printf("cannot read %s and %s\n", SEGMENT_LIST, SET_LIST);
+    std::fprintf(stderr, "cannot read %s and %s\n", SEGMENT_LIST, SET_LIST);
     return EXIT_TROUBLE;
   }
-  if (watches->empty()) {
-    std::printf("there is no queue in this IPC namespace\n");
-    return EXIT_FINE;
-  }
+  if (options.live.isOn)
+    return LiveViewRun(options.live, format, IdsFind);
   QueuesWatch(&*watches);
-  std::printf("%11s  %-10s  %10s  %8s  %8s  %10s\n", "queue", "key", "bytes", "attached",
-              "messages", "free");
-  bool isTrouble = false;
-  for (const QueueWatch& watch : *watches)
-    isTrouble |= RowPrint(watch);
-  return isTrouble ? EXIT_TROUBLE : EXIT_FINE;
+  return options.heal ? QueuesHeal(*watches, format) : QueuesShow(*watches, format);
 }
