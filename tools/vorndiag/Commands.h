@@ -66,5 +66,7 @@ ExitCode QueuesCommand(const QueuesOptions& options, Format format);
 ExitCode HostsCommand(const HostsOptions& options, Format format);
 /// What wire bytes stand for.
 ExitCode DecodeCommand(const DecodeOptions& options, Format format);
+/// The limits that the library can meet, how much of each is used, and how it is raised.
+ExitCode LimitsCommand(Format format);
 
 #endif

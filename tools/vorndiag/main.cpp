@@ -96,6 +96,7 @@ void CommandsDescribe(CLI::App* app, Arguments* arguments) {
   QueuesDescribe(app, &arguments->queues);
   QueueDescribe(app, &arguments->queue);
   HostsDescribe(app, &arguments->hosts);
+  app->add_subcommand("limits", "Shows the limits of the host and how to raise them.");
   DecodeDescribe(app, &arguments->decode);
 }
 
@@ -108,6 +109,8 @@ ExitCode CommandRun(const CLI::App& app, const Arguments& arguments) {
     return QueuesCommand(arguments.queues, format);
   if (app.got_subcommand("queue"))
     return QueueCommand(arguments.queue, format);
+  if (app.got_subcommand("limits"))
+    return LimitsCommand(format);
   if (app.got_subcommand("decode"))
     return DecodeCommand(arguments.decode, format);
   return HostsCommand(arguments.hosts, format);
