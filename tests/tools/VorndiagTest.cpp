@@ -187,7 +187,7 @@ TEST_F(Vorndiag, RemoveLeavesNothingAndForeignOrWrongIsRefused) {
   for (const char* wrong : {"queue", "queue seven", "queue 7 --force", "queue 7 --loud",
                             "hosts all", "queue 7 --give-mutex --remove", "queues --every 2",
                             "queue 7 --yes", "decode time 8000000", "decode time 0x80000000",
-                            "decode date 80", ""})
+                            "decode date 80", "mcast check 10.1.2.3", "mcast send 239.1.2.3:0", ""})
     DiagExpect(wrong, 2);
   EXPECT_EQ(HostText(), "2/1");
   DiagExpect("queue 7 --remove", 0, "1 attached");

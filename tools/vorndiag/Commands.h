@@ -51,6 +51,20 @@ struct DecodeOptions {
   bool isLittle = false;
 };
 
+struct McastOptions {
+  std::string action;               ///< "send", "recv" or "check"
+  unsigned int group = 0xEFFF564E;  ///< 239.255.86.78, of the range for one's own site
+  int port = 7478;
+  int count = 10;          ///< datagrams from each interface
+  double interval = 0.02;  ///< seconds between two of them
+  int timeToLive = 1;
+  bool loopback = true;   ///< this host hears what it sends
+  double wait = 0.5;      ///< of `check`: seconds for what comes late
+  double seconds = 0;     ///< of `recv`: how long; 0: until a signal
+  std::string hosts;      ///< type of the host list to prune by; empty: none
+  unsigned int peer = 0;  ///< address of the other host; 0: not said
+};
+
 /// The commands print to standard output and return the exit code: `EXIT_TROUBLE` whenever a line
 /// says WRONG. Each is called once in a process, on its only thread.
 
@@ -68,5 +82,7 @@ ExitCode HostsCommand(const HostsOptions& options, Format format);
 ExitCode DecodeCommand(const DecodeOptions& options, Format format);
 /// The limits that the library can meet, how much of each is used, and how it is raised.
 ExitCode LimitsCommand(Format format);
+/// Sends to a group, receives from it, or finds out whether that works.
+ExitCode McastCommand(const McastOptions& options, Format format);
 
 #endif

@@ -1,9 +1,12 @@
+#include "net/miscIPUtils.h"
 #include "utils/VORNUtilsDiag.h"
 #include "vorndiag/Commands.h"
+#include "vorndiag/McastProbe.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 
 namespace {
@@ -15,6 +18,7 @@ struct Arguments {
   QueueOptions queue;
   HostsOptions hosts;
   DecodeOptions decode;
+  McastOptions mcast;
 };
 
 void LiveDescribe(CLI::App* command, LiveOptions* live) {
@@ -85,6 +89,73 @@ void DecodeDescribe(CLI::App* app, DecodeOptions* options) {
       ->check(CLI::IsMember({"big", "little"}));
 }
 
+// "239.1.2.3:7400"; the parts that are missing stay as they are.
+std::string GroupRead(const std::string& text, McastOptions* options) {
+  char address[VORN_ADDRESS_TEXT_SIZE];
+  const std::size_t colon = text.find(':');
+  const std::string group = text.substr(0, colon);
+  const unsigned int number = VornStringToAddress(group.c_str());
+  if (HostIPIsMulticastAddress(number) == 0 || group != VornAddressToString(number, address))
+    return "a group is an address from 224.0.0.0 to 239.255.255.255";
+  options->group = number;
+  if (colon == std::string::npos)
+    return "";
+  const std::string port = text.substr(colon + 1);
+  options->port = port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos
+                      ? std::atoi(port.c_str())
+                      : 0;
+  return options->port > 0 && options->port <= 65535 ? "" : "a port is a number from 1 to 65535";
+}
+
+std::string PeerRead(const std::string& text, McastOptions* options) {
+  options->peer = VornStringToAddress(text.c_str());
+  return options->peer != 0 ? "" : "there is no such host";
+}
+
+void McastSendDescribe(CLI::App* action, McastOptions* options) {
+  action->add_option("--count", options->count, "datagrams from each interface")
+      ->check(CLI::Range(1, McastProbe::COUNT_MAX))
+      ->capture_default_str();
+  action->add_option("--interval", options->interval, "seconds between two datagrams")
+      ->check(CLI::Range(0.001, 60.0))
+      ->capture_default_str();
+  action->add_option("--ttl", options->timeToLive, "1 stays on the local network")
+      ->check(CLI::Range(0, 255))
+      ->capture_default_str();
+  action->add_flag_callback(
+      "--no-loopback", [options] { options->loopback = false; },
+      "do not let this host hear what it sends");
+}
+
+CLI::App* McastActionDescribe(CLI::App* mcast, const std::string& name, const std::string& text,
+                              McastOptions* options) {
+  CLI::App* action = mcast->add_subcommand(name, text);
+  action->add_option("group", "GROUP or GROUP:PORT, otherwise 239.255.86.78:7478")
+      ->check([options](const std::string& group) { return GroupRead(group, options); });
+  action->add_option("--peer", "the other host, whose routes and answers are then judged")
+      ->check([options](const std::string& peer) { return PeerRead(peer, options); });
+  action->add_option("--hosts", options->hosts, "prune by this host list, as programs do")
+      ->check(CLI::IsMember({"manager", "app", "managee", "peer"}));
+  action->callback([options, name] { options->action = name; });
+  return action;
+}
+
+void McastDescribe(CLI::App* app, McastOptions* options) {
+  CLI::App* mcast = app->add_subcommand("mcast", "Tries multicast with the library's endpoints.");
+  mcast->require_subcommand(1);
+  McastSendDescribe(McastActionDescribe(mcast, "send", "Sends from each interface.", options),
+                    options);
+  McastActionDescribe(mcast, "recv", "Receives on each interface, and answers `check`.", options)
+      ->add_option("--seconds", options->seconds, "how long; otherwise until Ctrl-C")
+      ->check(CLI::Range(0.1, 86400.0));
+  CLI::App* check = McastActionDescribe(
+      mcast, "check", "Sends and receives, here and with hosts that run recv.", options);
+  McastSendDescribe(check, options);
+  check->add_option("--wait", options->wait, "seconds for what comes late")
+      ->check(CLI::Range(0.0, 60.0))
+      ->capture_default_str();
+}
+
 void CommandsDescribe(CLI::App* app, Arguments* arguments) {
   app->require_subcommand(1);
   app->fallthrough();
@@ -98,6 +169,7 @@ void CommandsDescribe(CLI::App* app, Arguments* arguments) {
   HostsDescribe(app, &arguments->hosts);
   app->add_subcommand("limits", "Shows the limits of the host and how to raise them.");
   DecodeDescribe(app, &arguments->decode);
+  McastDescribe(app, &arguments->mcast);
 }
 
 ExitCode CommandRun(const CLI::App& app, const Arguments& arguments) {
@@ -109,6 +181,8 @@ ExitCode CommandRun(const CLI::App& app, const Arguments& arguments) {
     return QueuesCommand(arguments.queues, format);
   if (app.got_subcommand("queue"))
     return QueueCommand(arguments.queue, format);
+  if (app.got_subcommand("mcast"))
+    return McastCommand(arguments.mcast, format);
   if (app.got_subcommand("limits"))
     return LimitsCommand(format);
   if (app.got_subcommand("decode"))
