@@ -136,6 +136,7 @@ class Scratch:
                        if shutil.which(f"ld.{name}")), "")
         cache = shutil.which("ccache") or ""
         result = self._Plain(["cmake", "--preset", "dev", "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
+                              "-DVORN_BUILD_BENCH=OFF",
                               f"-DCMAKE_CXX_COMPILER_LAUNCHER={cache}",
                               f"-DCMAKE_EXE_LINKER_FLAGS={linker}",
                               f"-DCMAKE_SHARED_LINKER_FLAGS={linker}",
