@@ -44,6 +44,14 @@ code_is() { # WHAT CODE EXPECTED
 }
 recv() { "${there[@]}" "$filecast" recv "$@" --wait 20 >>recv.log 2>&1; }
 send() { "$filecast" send "$@" >send.log 2>&1; }
+await_begun() { # FOLDER...: until each holds a second file, the copy that has begun
+  for ((i = 0; i < 1000; i++)); do
+    local begun=0
+    for copy in "$@"; do [[ $(ls -A "$copy" | wc -l) -lt 2 ]] || begun=$((begun + 1)); done
+    [[ $begun -lt $# ]] || break
+    sleep 0.02
+  done
+}
 await_quarter() { # until the sender shows that it has sent 25 % or more
   for ((i = 0; i < 500; i++)); do
     grep -q 'sent [2-9]' send.log && break
@@ -108,8 +116,8 @@ recv r1 & whole=$!
 recv small & full=$!
 "${there[@]}" "$filecast" recv r2 >>recv.log 2>&1 & interrupted=$!
 "${there[@]}" "$filecast" recv r3 >>recv.log 2>&1 & killed=$!
-send data --receivers 4 --rate 4 --patience 1.5 & sending=$!
-await_quarter
+send data --receivers 4 --rate 1 --patience 5 & sending=$!
+await_begun r2 r3
 kill -KILL "$killed"
 kill -TERM "$interrupted"
 wait "$interrupted"; code_is "interrupted receiver" $? 17
@@ -124,7 +132,7 @@ check "a lost receiver is named" grep -q 'lost: it fell silent' send.log
 
 # An address that cannot be reached holds up nobody else.
 recv r1 --at 10.77.0.2 & whole=$!
-send data --to 10.99.0.1 --to 10.77.0.2 --rate 2 --patience 0.5
+send data --to 10.99.0.1 --to 10.77.0.2 --rate 2 --patience 5
 code_is "sender with one address out of reach" $? 0
 wait "$whole"; code_is "the receiver in reach" $? 0
 

@@ -146,7 +146,8 @@ TEST_F(Window, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   // clang-format off
   ResultsExpect(0, {{"set", beyond.BitSet(beyond.lead, 0)}, {"truncate", beyond.Truncate(beyond.lead)},
                     {"first", beyond.BitFirstGet(beyond.lead, 1, &bitmap.lead)},
-                    {"set after the least", least.BitSet(least.lead + 100000, 1)}, {"truncate", least.Truncate(SequenceNumber(5))}});
+                    {"set after the least", least.BitSet(least.lead + 100000, 1)},
+                    {"truncate", least.Truncate(SequenceNumber(5))}});
   // clang-format on
 }
 
@@ -156,7 +157,8 @@ TEST_F(Window, KeepsNegativeArgumentsButNoBits) {
     Bitmap bitmap(size, SequenceNumber(5), 1);
     int bit = 0;
     ResultsExpect(0, {{"get", bitmap.BitGet(bitmap.lead, &bit)}, {"has 0", bitmap.Has(0)}, {"has 1", bitmap.Has(1)},
-                      {"negative lead", bitmap.Init(SequenceNumber(-1), 3, 1)}, {"and size", bitmap.Init(SequenceNumber(1), -3, 1)}});
+                      {"negative lead", bitmap.Init(SequenceNumber(-1), 3, 1)},
+                      {"and size", bitmap.Init(SequenceNumber(1), -3, 1)}});
     // clang-format on
     bitmap.CompressTrailingOnes();
     bitmap.Invert();

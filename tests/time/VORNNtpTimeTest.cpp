@@ -56,7 +56,8 @@ TEST(VORNNtpTime, PacksSignsBorrowsAndTheLowWordOfLongs) {
   struct Row { int unit; long seconds; unsigned long count; int sec; std::uint32_t frac; };
   for (const Row& row : {
            Row{10, -1, 500000000, -2, 2147483650}, {12, 3, 250, 3, 1073728000}, {12, -3, 250, -4, 3221239296},
-           {13, -3, 1, -4, UINT32_MAX}, {99, -1, 9, -2, UINT32_MAX - 8}, {13, INT_MIN, 0, INT_MIN, 0}, {13, INT_MIN, 5, INT_MAX, 5},
+           {13, -3, 1, -4, UINT32_MAX}, {99, -1, 9, -2, UINT32_MAX - 8}, {13, INT_MIN, 0, INT_MIN, 0},
+           {13, INT_MIN, 5, INT_MAX, 5},
            {12, ABOVE_32_BITS + 3, ABOVE_32_BITS + 250, 3, 1073728000}, {12, ABOVE_32_BITS - 3, 250, -4, 3221239296},
            {10, -1, ABOVE_32_BITS, -1, 0}, {12, -500, NONE, -1, 2147511296}, {13, -5, NONE, 0, 4294967291},
            {13, INT_MIN, NONE, 0, 2147483648}, {12, INT_MIN, NONE, -1, 0}, {12, ABOVE_32_BITS + 500, NONE, 0, 2147456000},
