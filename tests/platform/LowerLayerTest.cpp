@@ -12,14 +12,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <ctime>
+#include <functional>
+#include <future>
 #include <map>
 #include <new>
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -37,7 +41,13 @@ std::map<clockid_t, timespec> clocks;  // all that there are; none: those of the
 timespec* waitEnd = nullptr;           // set: takes when a timed wait ends, which does at once
 int failingAllocation = 0;             // counted from 1; 0: none
 
-bool AllocationFails() { return failingAllocation > 0 && --failingAllocation == 0; }
+std::function<void()> meanwhile;  // done once, within the next allocation
+
+bool AllocationFails() {
+  if (meanwhile)
+    std::exchange(meanwhile, nullptr)();
+  return failingAllocation > 0 && --failingAllocation == 0;
+}
 
 }  // namespace
 
@@ -285,6 +295,20 @@ TEST(Memory, IsMissedOneBlockAtATime) {
   failingAllocation = 0;
   for (int i = 0; i < 40; ++i)
     EXPECT_NE(Find(table, std::to_string(i)), nullptr) << i;
+}
+
+TEST(HTClass, WakesAFindThatCameDuringAChange) {
+  alarm(60);  // a find that sleeps on ends
+  HTClass table;
+  ASSERT_EQ(Insert(table, "known", nullptr), 1);
+  std::future<HTNodeClass*> find;
+  meanwhile = [&] {
+    find = std::async(std::launch::async, [&table] { return Find(table, "known"); });
+    EXPECT_EQ(find.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+  };
+  EXPECT_EQ(Insert(table, "new", nullptr), 1);
+  EXPECT_NE(find.get(), nullptr);
+  alarm(0);
 }
 
 TEST(Semaphore, IsBinary) {
