@@ -322,11 +322,11 @@ TEST_F(IpcFault, OpenerThatLostItsQueueFindsTheNextOne) {
   EXPECT_EQ(opener->Send("ab", 2), 0) << "destroyed for good";
 }
 
-// Another thread is in the middle of a send. If the sets cannot be removed nothing wakes it, and
-// `Destroy` does not wait; if somebody else has removed them, it does.
+// Another thread is in the middle of a send. If the mutex cannot be removed nothing wakes it, and
+// `Destroy` does not wait; if somebody else has removed it, it does.
 TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
   const struct {
-    int error;  // of the removals
+    int error;  // of the mutex's removal
     bool waits;
   } rows[] = {{EPERM, false}, {EACCES, false}, {EINVAL, true}, {EIDRM, true}};
   for (const auto& row : rows) {
@@ -335,11 +335,12 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
     opener.reset();
     const int mutex = creator->_mutexId;
     ASSERT_EQ(NamedMutexTake(mutex), 1);
-    int sent = 0;
+    int sent = 1;
     std::thread sender([&] { sent = creator->Send("ab", 2); });
     ASSERT_TRUE(WaiterAwait(mutex));
     Ipc().error = row.error;
-    Ipc().fails = [](const std::string& call) { return call.rfind("semctl IPC_RMID", 0) == 0; };
+    const std::string removal = "semctl IPC_RMID " + std::to_string(mutex) + " 0";
+    Ipc().fails = [&](const std::string& call) { return call == removal; };
     std::thread giver([&] {
       usleep(20000);  // the time that a fault has to show
       if (row.waits)
@@ -347,12 +348,12 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
     });
     creator->Destroy();
     EXPECT_EQ(Ipc().attached, row.waits ? 0 : 1);
-    EXPECT_EQ(HostText(), row.waits ? "2/0" : "2/1");
+    EXPECT_EQ(HostText(), row.waits ? "1/0" : "1/1");
     giver.join();
     NamedMutexGive(mutex);
     sender.join();
-    EXPECT_EQ(sent, 1);
-    EXPECT_EQ(HostText(), "2/0") << "the last one detaches";
+    EXPECT_EQ(sent, 0) << "the semaphore was removed";
+    EXPECT_EQ(HostText(), "1/0") << "the last one detaches";
   }
 }
 
