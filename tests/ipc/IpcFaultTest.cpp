@@ -320,6 +320,9 @@ TEST_F(IpcFault, OpenerThatLostItsQueueFindsTheNextOne) {
   opener->Destroy();
   const Queue next(1, ID, 64U);
   EXPECT_EQ(opener->Send("ab", 2), 0) << "destroyed for good";
+  Queue early(1, 6);
+  const Queue late(1, 6, 64U);
+  EXPECT_EQ(early.Send("ab", 2), 0) << "it never had a queue that it could lose";
 }
 
 // Another thread is in the middle of a send. If the mutex cannot be removed nothing wakes it, and
