@@ -13,6 +13,7 @@ using Logger = EmptiedHost;
 
 const std::string LOG = "'" LOGGER "' ";
 const std::string SENSE = "'" SENSOR "' ";
+const std::string UNPRIVILEGED = "setpriv --bounding-set=-ipc_owner ";  // or root may all
 
 /// A program that the shell starts; what it prints on both outputs is kept.
 class Program {
@@ -59,6 +60,8 @@ void OrphanMake() {
   Child([] { return ShmMsgQImpl(1, DEFAULT_QUEUE_ID, 100).IsValid(); }).Wait();
 }
 
+void ForbiddenSegmentMake() { (void)shmget(KEY, 100, IPC_CREAT | 0044); }
+
 void LimitSet(const std::string& name, const char* value) {
   if (!(std::ofstream("/proc/sys/kernel/" + name) << value << std::flush))
     GTEST_SKIP() << "may not write the namespace's kernel." << name;
@@ -90,14 +93,13 @@ TEST_F(Logger, TakesOverAfterEachKillAndLosesNothingThatWaits) {
 
 TEST_F(Logger, SaysWhyItDoesNotGetItsQueue) {
   const std::string here, apart = "unshare --pid --fork ";
-  const std::string unprivileged = "setpriv --bounding-set=-ipc_owner ";  // or root may all
   // clang-format off
   const struct { const char* name; void (*prepare)(); std::string place; int exitCode; const char* text; } rows[] = {
       {"maker lives", [] { ShmMsgQImpl(1, DEFAULT_QUEUE_ID, 100); }, here, 3, "which lives: end that one first"},
       {"maker in another PID namespace", OrphanMake, apart, 3, "cannot be seen from here"},
       {"foreign segment", [] { (void)shmget(KEY, 100, IPC_CREAT | 0600); }, here, 3, "is not a queue"},
       {"tiny segment", [] { (void)shmget(KEY, 3, IPC_CREAT | 0600); }, here, 3, "is not a queue"},
-      {"no permission", [] { (void)shmget(KEY, 100, IPC_CREAT | 0044); }, unprivileged, 3, "belongs to another user"},
+      {"no permission", ForbiddenSegmentMake, UNPRIVILEGED, 3, "belongs to another user"},
       {"taken mutex alone", [] { NamedMutexTake(NamedMutexNew(MUTEX_KEY)); }, here, 3, "vorndiag queue 7`, remove it"},
       {"bytes of a segment", [] { LimitSet("shmmax", "65548"); }, here, 1, "65549 bytes in one segment; the host allows 65548"},
       {"number of segments", [] { LimitSet("shmmni", "0"); }, here, 1, "kernel.shmmni"},
@@ -196,7 +198,8 @@ TEST_F(Logger, EachZeroOfSendHasItsMeaning) {
     EXPECT_EQ(SendFailureGet(DEFAULT_QUEUE_ID, bytes, row.length), row.meaning);
   }
   ASSERT_TRUE(HostFresh());
-  ForbiddenQueueMake();
-  Program({SENSOR, "--count", "1", "--period", "1"}, Program::UNPRIVILEGED)
+  ForbiddenSegmentMake();
+  Program(UNPRIVILEGED + SENSE + "--count 1 --period 1")
       .Expect(3, "is another user's and not for this one");
+  HostFresh();
 }
