@@ -54,6 +54,7 @@ void Helper::Interrupt() const {
 void ThreadsRun(int count, const std::function<void(int number)>& work) {
   std::atomic<int> missing{count};
   std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(count));
   for (int number = 0; number < count; ++number)
     threads.emplace_back([&, number] {
       --missing;

@@ -65,15 +65,14 @@ template <typename Lock> bool WaitersGoOnOneByOne() {
   static std::atomic<bool> haveMet{false};
   const Lock lock;
   lock.Take();
-  std::vector<Helper> takers;
-  for (int i = 0; i < 3; ++i)
-    takers.emplace_back([lock] {
-      lock.Take();
-      haveMet = haveMet || inside.fetch_add(1) != 0;
-      MillisecondsSleep(20);
-      inside.fetch_sub(1);
-      lock.Give();
-    });
+  const auto work = [lock] {
+    lock.Take();
+    haveMet = haveMet || inside.fetch_add(1) != 0;
+    MillisecondsSleep(20);
+    inside.fetch_sub(1);
+    lock.Give();
+  };
+  const Helper takers[] = {Helper(work), Helper(work), Helper(work)};
   for (const Helper& taker : takers)
     if (!taker.IsWaiting())
       return false;

@@ -48,7 +48,8 @@ bool SemaphoreIsBinary() {
   const KELNtpTime none;
   KELSemaphore* semaphore = KelSemaphoreMutexNew(0);
   KelSemaphoreGive(semaphore);
-  return KelSemaphoreTake(semaphore, &none) == 1 && KelSemaphoreTake(semaphore, &none) == 0;
+  const int first = KelSemaphoreTake(semaphore, &none);
+  return first == 1 && KelSemaphoreTake(semaphore, &none) == 0;
 }
 
 bool TakeWaitsAsLongAsTold() {

@@ -46,11 +46,11 @@ public:
   LoggerLink& operator=(const LoggerLink&) = delete;
 
   void Send(const char* bytes, int length);
+  void Look();
   long SentGet() const { return _sent; }
   long LostGet() const { return _lost; }
 
 private:
-  void Look();
   void StateSet(Link state);
   void LossPrint(const char* why) const;
   void LossExplain(const char* bytes, int length);
@@ -105,8 +105,11 @@ void LoggerLink::LossExplain(const char* bytes, int length) {
 }
 
 void LoggerLink::Look() {
+  if (_queue != nullptr)
+    return;
+  _queue = ShmMsgQManager::Open(_options.queue);
   if (_queue == nullptr)
-    _queue = ShmMsgQManager::Open(_options.queue);
+    LossExplain("", 0);
 }
 
 void LoggerLink::Send(const char* bytes, int length) {
@@ -118,7 +121,7 @@ void LoggerLink::Send(const char* bytes, int length) {
   }
   ++_lost;
   // A send that was interrupted by the stop says nothing about the queue.
-  if (!_stop.stop_requested())
+  if (_queue != nullptr && !_stop.stop_requested())
     LossExplain(bytes, length);
   ShmMsgQManager::Release(_queue, 0);
   _queue = nullptr;
@@ -182,6 +185,7 @@ int ReadingsSend(const std::stop_token& stop, const Options& options) {
   }
   ReadingEvent reading(NowGet(&clock), options, &logger);
   events.EventAdd(&reading);
+  logger.Look();
   while (!stop.stop_requested() && std::ferror(stdout) == 0 &&
          (options.count == 0 || logger.SentGet() + logger.LostGet() < options.count)) {
     Sleep(events.SleepTimeMinGet(NowGet(&clock)), stop);
