@@ -12,7 +12,8 @@ const std::string PAIR =
 // A second host, $FAR, which has the far end of the pair with address $A.
 const std::string FAR_HOST =
     "unshare -n sleep 9 >/dev/null 2>&1 & FAR=nsenter\\ --net=/proc/$!/ns/net; "
-    "while ip link show v1 >/dev/null 2>&1; do ip link set v1 netns $! 2>/dev/null; done; "
+    "N=0; while ip link show v1 >/dev/null 2>&1 && [ $((N += 1)) -lt 500 ]; do ip link set v1 "
+    "netns $! 2>/dev/null; done; "
     "$FAR ip addr add $A/24 dev v1; $FAR ip link set v1 up; ";
 const std::string FAR_SENDER =
     "A=10.99.0.9; " + FAR_HOST +
@@ -21,7 +22,7 @@ const std::string FAR_SENDER =
 const std::string FAR_RECEIVER =
     "A=10.77.1.2; " + FAR_HOST +
     "$FAR " VORNDIAG " mcast recv --seconds 3 >/dev/null 2>&1 & until $FAR cat /proc/net/igmp | "
-    "grep -q 4E56FFEF; do :; done; ";
+    "grep -q 4E56FFEF || [ $((N += 1)) -gt 999 ]; do :; done; ";
 
 }  // namespace
 

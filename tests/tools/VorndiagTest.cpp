@@ -1,4 +1,5 @@
 #include "ipc/internal/QueueLayout.h"
+#include "support/Emulator.h"
 #include "support/Namespace.h"
 #include "tools/Diag.h"
 #include "vorndiag/QueueActions.h"
@@ -82,8 +83,9 @@ TEST_F(Vorndiag, HealGivesWhatIsCertainlyDeadWakesWhoSleepsAndNothingElse) {
   NamedMutexTake(held._mutexId);
   Child receiver([] { return Queue(1, 9).Receive(1).empty() ? 0 : 1; });
   ASSERT_TRUE(WaiterAwait(asleep._semaphoreId));
-  DiagExpect("queue 9 --watch --looks 1", 0,
-             "to receive waits pid " + std::to_string(receiver.pid));
+  if (VORN_TEST_EMULATOR[0] == '\0')  // whose own calls the kernel shows
+    DiagExpect("queue 9 --watch --looks 1", 0,
+               "to receive waits pid " + std::to_string(receiver.pid));
   OffsetStore(&asleep._header->writeOffset, 4);  // an empty message
   DiagExpect("queue 7 --watch --looks 1", 1,
              "held by pid " + std::to_string(sender.pid) + ", gone");
@@ -120,22 +122,19 @@ TEST_F(Vorndiag, MeterCountsWhatWasSentAndTheMostThatWaited) {
 
 // On a terminal, which `script` makes.
 TEST_F(Vorndiag, RemoveAsksAPersonUnlessSheSaidYes) {
-  // clang-format off
-  const struct { const char *answer, *options; int code; const char* left; } rows[] = {
-      {"n", "", 1, "2/1"},
-      {"y", "", 0, "0/0"},
-      {"n", " --yes", 0, "0/0"},
+  const auto removed = [](const std::string& answer, const std::string& options) {
+    return DiagRun("", "echo " + answer + " | script -qec '" VORNDIAG " queue 7 --remove" +
+                           options + "' /dev/null; exit $?; ")
+        .code;
   };
-  // clang-format on
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.answer) + row.options);
-    Queue(1, 7, 16);
-    const std::string asked = std::string("echo ") + row.answer +
-                              " | script -qec '" VORNDIAG " queue 7 --remove" + row.options +
-                              "' /dev/null; exit $?; ";
-    EXPECT_EQ(DiagRun("", asked).code, row.code);
-    EXPECT_EQ(HostText(), row.left);
-  }
+  Queue(1, 7, 16);
+  EXPECT_EQ(removed("n", ""), 1);
+  EXPECT_EQ(HostText(), "2/1");
+  EXPECT_EQ(removed("y", ""), 0);
+  EXPECT_EQ(HostText(), "0/0");
+  Queue(1, 7, 16);
+  EXPECT_EQ(removed("n", " --yes"), 0);
+  EXPECT_EQ(HostText(), "0/0");
 }
 
 TEST_F(Vorndiag, WatchEndsWithALookThatShowsNothingWrong) {

@@ -123,9 +123,9 @@ bool HasCapability(int capability) {
   return false;
 }
 
-Number ResourceLimitGet(int resource) {
+Number ResourceLimitGet(decltype(RLIMIT_NOFILE) resource) {
   rlimit limit{};
-  if (getrlimit(static_cast<__rlimit_resource_t>(resource), &limit) != 0)
+  if (getrlimit(resource, &limit) != 0)
     return std::nullopt;
   return limit.rlim_cur == RLIM_INFINITY ? LimitsLook::UNLIMITED : NumberOf(limit.rlim_cur);
 }

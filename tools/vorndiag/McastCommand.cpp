@@ -2,6 +2,7 @@
 #include "vorndiag/Json.h"
 #include "vorndiag/McastRun.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -34,19 +35,31 @@ std::string CellText(const McastMatrix& matrix, const McastMatrix::Key& key) {
   return cell.repeated > 0 ? text + " +" + std::to_string(cell.repeated) + " again" : text;
 }
 
+std::string Padded(const std::string& text, std::size_t width) {
+  return text + std::string(width - std::min(width, text.size()), ' ');
+}
+
+// Without blanks at the end of the line.
+void LinePrint(const std::vector<std::string>& cells) {
+  std::string line = Padded(cells.front(), 16);
+  for (std::size_t i = 1; i < cells.size(); ++i)
+    line += "  " + Padded(cells[i], 20);
+  std::printf("%s\n", line.substr(0, line.find_last_not_of(' ') + 1).c_str());
+}
+
 void MatrixPrint(const McastMatrix& matrix) {
   const std::vector<std::string> receivers = matrix.ReceiversGet();
   if (receivers.empty())
     return;
-  std::printf("%-16s", "from \\ to");
-  for (const std::string& receiver : receivers)
-    std::printf("  %-20s", receiver.c_str());
+  std::vector<std::string> cells{"from \\ to"};
+  cells.insert(cells.end(), receivers.begin(), receivers.end());
+  LinePrint(cells);
   for (const std::string& sender : matrix.SendersGet()) {
-    std::printf("\n%-16s", sender.c_str());
+    cells.assign(1, sender);
     for (const std::string& receiver : receivers)
-      std::printf("  %-20s", CellText(matrix, {sender, receiver}).c_str());
+      cells.push_back(CellText(matrix, {sender, receiver}));
+    LinePrint(cells);
   }
-  std::printf("\n");
 }
 
 void SendersPrint(const McastReport& report) {

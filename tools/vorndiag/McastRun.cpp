@@ -1,9 +1,8 @@
 #include "vorndiag/McastRun.h"
 
-#include "hostlist/HostList.h"
 #include "net/miscIPUtils.h"
-#include "vorndiag/HostTypes.h"
 #include "vorndiag/McastEndpoints.h"
+#include "vorndiag/McastTable.h"
 
 #include <algorithm>
 #include <chrono>
@@ -15,7 +14,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr double POLL_SECONDS = 0.2;  // a signal is seen after that
+constexpr double POLL_SECONDS = 0.2;   // a signal is seen after that
+constexpr double LOOK_SECONDS = 0.01;  // between two looks at what else may have come
 
 volatile std::sig_atomic_t s_isEnded = 0;
 
@@ -34,30 +34,6 @@ Clock::time_point After(double seconds) {
   return Clock::now() +
          std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
-
-/// The interface table for the time of a run, pruned as programs do by a host list.
-class Table {
-public:
-  explicit Table(const std::string& hostType) : _isThere(VORNDGramClass::NICInitialize() != 0) {
-    if (!_isThere || hostType.empty())
-      return;
-    HostTable hosts;
-    for (const HostEntry& entry : HostEntriesGet(HostListTextGet(HostListTypeGet(hostType)).text))
-      if (entry.namesHost)
-        hosts.EntryAdd(entry);
-    VornSubnetMatch(hosts.TableGet(), nullptr, 0, nullptr);
-  }
-  ~Table() {
-    if (_isThere)
-      VORNDGramClass::NICDestroy();
-  }
-  Table(const Table&) = delete;
-  Table& operator=(const Table&) = delete;
-  bool IsThere() const { return _isThere; }
-
-private:
-  bool _isThere;
-};
 
 std::string HostNameGet() {
   char name[VORN_HOST_NAME_SIZE] = "";
@@ -141,8 +117,8 @@ void Check::ProbesSend() {
 // What this host hears comes first and is many; answers come seldom and wait in their socket.
 void Check::HeardCount(double seconds) {
   const Clock::time_point end = After(seconds);
-  for (double left = seconds; left > 0; left = SecondsUntil(end)) {
-    if (const auto arrival = _receiver.Next(std::min(left, 0.01));
+  while (Clock::now() < end) {
+    if (const auto arrival = _receiver.Next(std::min(SecondsUntil(end), LOOK_SECONDS));
         arrival && arrival->probe.run == _probe.run)
       _report.matrix.Add(Dotted(arrival->source),
                          Dotted(AddressOf(_report.look, arrival->interfaceIndex)), _probe.run,
@@ -152,7 +128,7 @@ void Check::HeardCount(double seconds) {
       _report.matrix.Add(Dotted(answer->probe.sender), ThereText(answer->probe), _probe.run,
                          _options.count, answer->probe.number, answer->probe.timeToLive);
     if (_receiver.PortGet() == 0)  // there is nothing to wait for that would take time
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      std::this_thread::sleep_for(std::chrono::duration<double>(LOOK_SECONDS));
   }
 }
 
@@ -263,9 +239,9 @@ McastReport FailureReport(const std::string& failure) {
 }  // namespace
 
 McastReport McastSendRun(const McastOptions& options) {
-  const Table table(options.hosts);
-  if (!table.IsThere())
-    return FailureReport("no memory");
+  const McastTable table(options.hosts);
+  if (!table.FailureGet().empty())
+    return FailureReport(table.FailureGet());
   McastReport report;
   report.look = McastLookGet(options.peer);
   report.look.sends = true;
@@ -286,9 +262,9 @@ McastReport McastSendRun(const McastOptions& options) {
 }
 
 McastReport McastRecvRun(const McastOptions& options) {
-  const Table table(options.hosts);
-  if (!table.IsThere())
-    return FailureReport("no memory");
+  const McastTable table(options.hosts);
+  if (!table.FailureGet().empty())
+    return FailureReport(table.FailureGet());
   struct sigaction action {};
   action.sa_handler = EndNote;
   sigaction(SIGINT, &action, nullptr);
@@ -297,6 +273,6 @@ McastReport McastRecvRun(const McastOptions& options) {
 }
 
 McastReport McastCheckRun(const McastOptions& options) {
-  const Table table(options.hosts);
-  return table.IsThere() ? Check(options).Run() : FailureReport("no memory");
+  const McastTable table(options.hosts);
+  return table.FailureGet().empty() ? Check(options).Run() : FailureReport(table.FailureGet());
 }
