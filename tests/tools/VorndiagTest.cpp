@@ -149,7 +149,10 @@ TEST_F(Vorndiag, WatchEndsWithALookThatShowsNothingWrong) {
 
 TEST(ProcessLook, WhatAnotherUserOrNamespaceHasIsNotGone) {
   const auto look = [] { return static_cast<int>(ProcessLook(1, 0).state); };
-  Child stranger([&] { return geteuid() == 0 && setuid(65534) != 0 ? 77 : look(); });
+  Child stranger([&] {
+    const int refused = geteuid() == 0 ? setuid(65534) : 0;
+    return refused != 0 ? 77 : look();
+  });
   EXPECT_NE(stranger.Wait(), static_cast<int>(ProcessState::GONE));
   // In the namespace, the child's own number is that which /proc gives to another process.
   Child apart([&] { return unshare(CLONE_NEWPID) != 0 ? 77 : Child(look).Wait(); });
@@ -215,16 +218,14 @@ TEST(VorndiagHosts, TroubleInTheListOrARefusalEndsWithOne) {
       {":", "10.1.2.3", 3, "no list"},
       {"echo '10.1.0.0/ffff0000 # lab' >$F", "10.1.2.3", 0, "10.1.2.3: admitted"},
       {"echo 10.1.0.0/ffff0000 >$F", "10.2.2.3", 1, "10.2.2.3: REFUSED"},
-      {"echo 10.1.0.0/16 >$F", "", 1, "WRONG: a mask is 8"},
-      {"echo 10.1.0.0/16 >$F", "", 1, "16 bits are /ffff0000"},
+      {"echo 10.1.0.0/16 >$F", "", 1, "WRONG: a mask is 8 hexadecimal digits: 16 bits are /ffff0000"},
       {"echo 10.1.300.1 >$F", "", 1, "a number is above 255"},
       {"echo fe80::1 >$F", "", 1, "WRONG: looks like a part of an IPv6 address"},
       {"echo 10.1.2.3 10.1.2.3 >$F", "", 0, "note: means the same as 10.1.2.3"},
       {"echo 10.1.2.3/00ff00ff 10.0.3.4 >$F", "", 1, "note: the mask has zeros between its ones"},
       {"echo 10.1.2.3 10.2.0.0/ffff0000 >$F", "", 1, "the host is in no subnet"},
       {"echo 10.1.2.3 10.2.0.0/ffff0000 >$F", "", 1, "no host of the list is in it"},
-      {"echo 10.1.2.3 10.1.0.0/ffff0000 >$F", "10.1.2.3", 0, "hosts and subnets"},
-      {"echo 10.1.2.3 127.0.0.1 10.1.0.0/ffff0000 >$F", "10.1.2.3", 0, "10.1.2.3: admitted"},
+      {"echo 10.1.2.3 127.0.0.1 10.1.0.0/ffff0000 >$F", "10.1.2.3", 0, "hosts and subnets"},
       {"echo 239.1.2.3 >$F", "", 1, "the address of a group"},
       {"echo no.such.host.invalid >$F", "", 1, "WRONG: no such host"},
       {"printf '10.1.2.3\\r\\n' >$F", "10.1.2.3", 1, "10.1.2.3\\x0d                 host   10.1.2.3 mask ffffffff  WRONG: holds a carriage return"},
@@ -237,7 +238,10 @@ TEST(VorndiagHosts, TroubleInTheListOrARefusalEndsWithOne) {
   };
   // clang-format on
   const std::string folder = "D=$(mktemp -d); cd $D; F=VORN_PEER_HOSTS; ";
-  for (const auto& row : rows)
-    DiagExpect(std::string("hosts peer ") + row.address + "; C=$?; rm -r $D; exit $C", row.code,
-               row.says, folder + row.setup + "; ");
+  NamespaceRun([&] {  // so that no name is asked for elsewhere
+    ::Run("ip link set lo up");
+    for (const auto& row : rows)
+      DiagExpect(std::string("hosts peer ") + row.address + "; C=$?; rm -r $D; exit $C", row.code,
+                 row.says, folder + row.setup + "; ");
+  });
 }
