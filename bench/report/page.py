@@ -72,6 +72,6 @@ def fill(page, cases, compilers):
         return f"{mark}\n{content(match.group(1), match.group(2))}\n<!-- end -->"
 
     with open(page, encoding="utf-8") as file:
-        text = file.read()
+        text = MARK.sub(replacement, file.read())
     with open(page, "w", encoding="utf-8") as file:
-        file.write(MARK.sub(replacement, text))
+        file.write(text)

@@ -57,7 +57,7 @@ class Axis:
         if self.is_log:
             return [10.0 ** k for k in range(self.low, self.high + 1)]
         step = 10 ** math.floor(math.log10(self.high))
-        step = next(s for s in (step / 5, step / 2, step) if self.high / s <= 6)
+        step = next(s for s in (step / 5, step / 2, step, 2 * step) if self.high / s <= 6)
         return [k * step for k in range(int(self.high / step) + 1)]
 
 
@@ -117,12 +117,13 @@ def overview(cases):
     bounds = [b for _, r in rows for b in (r.low, r.high) if b > 0] + [0.5, 2.0]
     axis = Axis(bounds, left, WIDTH - 30, True)
     parts = [text(10, 20, "library / floor, all cases", extra='font-size="14"')]
+    few = axis.high - axis.low <= 2  # decades; among more, the labels between would touch
     for decade in axis.ticks():
         for tick in (decade, 2 * decade, 5 * decade):
             if axis.place(tick) <= WIDTH - 29:
                 x = axis.place(tick)
                 parts += [line(x, 44, x, height - 12, "#888888" if tick == 1 else "#dddddd"),
-                          text(x, 40, f"{tick:g}", "middle")]
+                          text(x, 40, f"{tick:g}" if few or tick == decade else "", "middle")]
     for k, (name, ratio) in enumerate(rows):
         y = 58 + 16 * k
         parts += [text(left - 10, y + 4, name, "end", 'font-size="11"'),
