@@ -6,7 +6,7 @@
 //   R3 read the lower layer's clock         W3 _offset.sec, .frac          (release)
 //   R4 _offset.sec, .frac     (acquire)     W4 _generation = g + 1         (release)
 //   R5 _generation == g ?     (relaxed)
-//   R6 _lastSeconds = now     (release)
+//   R6 _lastSeconds = now     (release, only if it is larger)
 //
 // R1 that reads W4 sees all of W1 to W3. R4 that reads either half of W3 sees W1, so R5, which the
 // acquire in R4 keeps after it, cannot still find the old generation: a reader that mixes an old
@@ -23,6 +23,12 @@
 // hands W1 on to whoever loads those seconds at R2. With a relaxed store, another reader could load
 // corrected seconds, still find the old generation at R5, and take its own uncorrected seconds,
 // which lie below, for a second wrap.
+//
+// R6 is left out while the second stays the same, so that threads that read the clock together
+// share its cache line without taking it from each other. Nothing is lost: the value is there
+// already, and whoever loads it synchronizes with the thread that stored it. If W2 replaced it
+// meanwhile, this reader, which found the old generation at R5, would have stored seconds without
+// the correction, as W2 did.
 //
 // A reader that finds its seconds fallen below R2 has seen the wrap with the old offset. It takes
 // the mutex; whoever comes first with the generation unchanged corrects the offset, and every such
@@ -105,10 +111,10 @@ void VORNClock::TimeGet(KELNtpTime* time) {
   }
 
   const std::int32_t now = time->sec;
-  if (now >= last) {
+  if (now > last)
     lastSeconds.store(now, std::memory_order_release);  // partner: R2
+  if (now >= last)
     return;
-  }
 
   KelMutexTake(_clockMutex);
   if (generation.load(std::memory_order_relaxed) == noted) {

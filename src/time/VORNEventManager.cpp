@@ -1,11 +1,25 @@
 #include "time/VORNEventManager.h"
 
+#include "utils/internal/WordPair.h"
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 
 namespace {
 
 constexpr std::uint32_t RESERVED_FRACTION = 858993459;
+
+// One word that is ordered as the time is, so that a step of the walk over the table is one
+// comparison.
+std::int64_t OrderOf(const VORNNtpTime& time) {
+  return static_cast<std::int64_t>(WordPairJoin({time.sec, time.frac}));
+}
+
+VORNNtpTime TimeOf(std::int64_t order) {
+  const WordPair pair = WordPairSplit(static_cast<std::uint64_t>(order));
+  return VORNNtpTime::FromWords(pair.high, pair.low);
+}
 
 VORNEvent** TableNew(int size) {
   if (size < 0)
@@ -53,16 +67,13 @@ VORNEvent* VORNEventManager::EventFind(int id) {
 VORNNtpTime VORNEventManager::SleepTimeMinGet(const VORNNtpTime& now) {
   if (_events == nullptr)
     return _maxSleep;
-  VORNNtpTime earliest = VORNNtpTime::Infinite();
+  std::int64_t earliest = OrderOf(VORNNtpTime::Infinite());
   for (std::int32_t id = 0; id < _size; ++id) {
     const VORNEvent* event = _events[id];
-    if (event == nullptr || event->_mode != VORNEvent::EVENT_ENABLED)
-      continue;
-    const VORNNtpTime deadline = event->DeadlineGet();
-    if (deadline <= earliest)
-      earliest = deadline;
+    if (event != nullptr && event->_mode == VORNEvent::EVENT_ENABLED)
+      earliest = std::min(earliest, OrderOf(event->_deadline));
   }
-  VORNNtpTime sleep = earliest - now;
+  VORNNtpTime sleep = TimeOf(earliest) - now;
   if (sleep <= VORNNtpTime())
     sleep = VORNNtpTime();
   return sleep > _maxSleep ? _maxSleep : sleep;

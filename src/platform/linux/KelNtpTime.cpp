@@ -18,28 +18,34 @@ constexpr std::int64_t SECONDS_1900_TO_1970 = 2208988800;
 constexpr std::int32_t ROLLOVER_SECONDS = std::int32_t{1} << 30;
 constexpr std::int64_t NANOSECONDS = 1000000000;
 
-std::int64_t NanosecondsOf(const timespec& time) {
-  return static_cast<std::int64_t>(time.tv_sec) * NANOSECONDS + time.tv_nsec;
-}
+// What must be added to the monotonic clock to get the time since 1900. The nanoseconds are 0 to
+// 999999999. Seconds and nanoseconds stay apart all the way: a reading then needs no division.
+struct Offset {
+  std::int64_t seconds;
+  std::int64_t nanoseconds;
+};
 
-// Nanoseconds from the monotonic clock's start to its reading; negative when it cannot be read.
-std::int64_t MonotonicGet() {
-  timespec now{};
-  return clock_gettime(CLOCK_MONOTONIC, &now) == 0 ? NanosecondsOf(now) : -1;
-}
-
-// What must be added to the monotonic clock to get nanoseconds since 1970, fixed for the process.
-std::int64_t WallOffsetGet() {
-  static const std::int64_t offset = [] {
-    timespec wall{};
-    // Cannot fail once the monotonic clock was read; if it did, time would begin in 1970.
-    static_cast<void>(clock_gettime(CLOCK_REALTIME, &wall));
-    return NanosecondsOf(wall) - MonotonicGet();
-  }();
+Offset OffsetMeasure() {
+  timespec wall{};
+  timespec monotonic{};
+  // Cannot fail where a reading succeeds; if it did, time would begin in 1970.
+  static_cast<void>(clock_gettime(CLOCK_REALTIME, &wall));
+  static_cast<void>(clock_gettime(CLOCK_MONOTONIC, &monotonic));
+  Offset offset{wall.tv_sec - std::int64_t{monotonic.tv_sec} + SECONDS_1900_TO_1970,
+                wall.tv_nsec - std::int64_t{monotonic.tv_nsec}};
+  if (offset.nanoseconds < 0)
+    offset = {offset.seconds - 1, offset.nanoseconds + NANOSECONDS};
   return offset;
 }
 
-// Rounded down, so that a fraction below one second stays below 2^32.
+// Fixed for the process at the first call.
+const Offset& OffsetGet() {
+  static const Offset offset = OffsetMeasure();
+  return offset;
+}
+
+// Rounded down, so that a fraction below one second stays below 2^32. The compiler multiplies: the
+// divisor is a constant.
 std::uint32_t FractionOf(std::int64_t nanoseconds) {
   return static_cast<std::uint32_t>((static_cast<std::uint64_t>(nanoseconds) << 32) /
                                     static_cast<std::uint64_t>(NANOSECONDS));
@@ -48,10 +54,11 @@ std::uint32_t FractionOf(std::int64_t nanoseconds) {
 }  // namespace
 
 int KelNtpTimeInit(KELNtpTime* clockInfo, KELNtpTime* rollover) {
+  timespec now{};
   timespec resolution{};
-  if (MonotonicGet() < 0 || clock_getres(CLOCK_MONOTONIC, &resolution) != 0)
+  if (clock_gettime(CLOCK_MONOTONIC, &now) != 0 || clock_getres(CLOCK_MONOTONIC, &resolution) != 0)
     return 0;
-  WallOffsetGet();
+  OffsetGet();
   if (clockInfo != nullptr)
     *clockInfo = {static_cast<std::int32_t>(resolution.tv_sec), FractionOf(resolution.tv_nsec)};
   if (rollover != nullptr)
@@ -60,13 +67,18 @@ int KelNtpTimeInit(KELNtpTime* clockInfo, KELNtpTime* rollover) {
 }
 
 int KelNtpTimeGet(KELNtpTime* time) {
-  const std::int64_t monotonic = MonotonicGet();
-  if (time == nullptr || monotonic < 0)
+  timespec now{};
+  if (time == nullptr || clock_gettime(CLOCK_MONOTONIC, &now) != 0)
     return 0;
-  const std::int64_t sinceEpoch = monotonic + WallOffsetGet();
-  const std::int64_t seconds = sinceEpoch / NANOSECONDS + SECONDS_1900_TO_1970;
+  const Offset& offset = OffsetGet();
+  std::int64_t seconds = now.tv_sec + offset.seconds;
+  std::int64_t nanoseconds = now.tv_nsec + offset.nanoseconds;
+  if (nanoseconds >= NANOSECONDS) {
+    nanoseconds -= NANOSECONDS;
+    ++seconds;
+  }
   time->sec = static_cast<std::int32_t>(seconds & (ROLLOVER_SECONDS - 1));
-  time->frac = FractionOf(sinceEpoch % NANOSECONDS);
+  time->frac = FractionOf(nanoseconds);
   return 1;
 }
 
