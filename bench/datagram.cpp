@@ -141,6 +141,7 @@ struct Sockets {
 
 Measure FloorMulticast(unsigned int interfaces) {
   const auto sockets = std::make_shared<Sockets>();
+  sockets->descriptors.reserve(interfaces);
   for (unsigned int i = 0; i < interfaces; ++i) {
     const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
     const in_addr nic{htonl(FIRST_NIC + 256 * i)};

@@ -42,6 +42,8 @@ struct Timers {
 
 Measure FloorSleep(int slots) {
   const auto timers = std::make_shared<Timers>();
+  timers->owned.reserve(static_cast<std::size_t>(slots));
+  timers->table.reserve(static_cast<std::size_t>(slots));
   for (int id = 0; id < slots; ++id) {
     timers->owned.push_back(
         std::make_unique<floors::Timer>(floors::Timer{1, (id + PERIOD) * SECOND, PERIOD * SECOND}));

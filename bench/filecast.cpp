@@ -129,6 +129,7 @@ double TcpRun(const Site& site, int receivers) {
   gate.Open(receivers);
   const double start = SecondsNow();
   std::vector<int> connections;
+  connections.reserve(MOST_RECEIVERS);
   for (int i = 0; i < receivers; ++i) {
     connections.push_back(socket(AF_INET, SOCK_STREAM, 0));
     const sockaddr_in there = Address(NEAR + 1 + static_cast<unsigned int>(i), TCP_PORT);
@@ -175,6 +176,7 @@ void FilecastReceive(const Site& site, int receiver, unsigned int percent) {
 double FilecastRun(const Site& site, int receivers, unsigned int percent) {
   Children children;
   std::vector<pid_t> running;
+  running.reserve(MOST_RECEIVERS);
   for (int i = 0; i < receivers; ++i)
     running.push_back(children.Start([&, i] { FilecastReceive(site, i, percent); }));
   const timespec pause{0, 200'000'000};

@@ -42,7 +42,7 @@ public:
         shmget(IPC_PRIVATE, sizeof(Header) + static_cast<std::size_t>(size), IPC_CREAT | 0600);
     void* place = segment >= 0 ? shmat(segment, nullptr, 0) : nullptr;
     shmctl(segment, IPC_RMID, nullptr);
-    if (_mutex < 0 || _semaphore < 0 || place == reinterpret_cast<void*>(-1))
+    if (_mutex < 0 || _semaphore < 0 || reinterpret_cast<std::intptr_t>(place) == -1)
       SystemFail("System V objects");
     _header = new (place) Header;
     _ring = reinterpret_cast<char*>(_header + 1);

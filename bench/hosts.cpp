@@ -51,6 +51,8 @@ void MatchRun(Runner& runner, const char* name, unsigned int count, unsigned int
 
 void KeysRun(Runner& runner, unsigned int count) {
   std::vector<unsigned int> a, b;
+  a.reserve(count);
+  b.reserve(count);
   for (unsigned int i = 0; i < count; ++i) {
     a.push_back(FIRST_HOST + i);
     b.push_back(STRANGER + i);

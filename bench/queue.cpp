@@ -101,6 +101,7 @@ Measure WakeUp(const TransportPointer& transport) {
     Children children;
     children.Start([&] { StampsSend(*transport, count); });
     std::vector<double> latencies;
+    latencies.reserve(static_cast<std::size_t>(count));
     for (long i = 0; i < count; ++i) {
       transport->Receive(STREAM_LENGTH);
       double sent = 0;
