@@ -7,7 +7,7 @@
 namespace {
 
 constexpr int ROUNDS = 9, QUICK_ROUNDS = 3;
-constexpr double SECONDS = 0.03, QUICK_SECONDS = 0.002;
+constexpr double SECONDS = 0.02, QUICK_SECONDS = 0.002;
 // A measurement that hangs ends the program: some send for ever when nobody receives.
 constexpr unsigned int LONGEST_SECONDS = 120;
 
