@@ -167,6 +167,8 @@ void FilecastReceive(const Site& site, int receiver, unsigned int percent) {
   FarEnter(site);
   const std::string folder = site.folder + "/filecast" + std::to_string(receiver);
   mkdir(folder.c_str(), 0700);
+  // The copy of the round before would stay until this one is whole, and take the room of it.
+  unlink((folder + "/file").c_str());
   FilecastExec({"recv", folder, "--from", "10.77.0." + std::to_string(receiver + 2), "--wait", "30",
                 "--drop", std::to_string(percent / 100.0), "--seed", std::to_string(receiver + 1)});
 }
