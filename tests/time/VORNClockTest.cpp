@@ -121,6 +121,7 @@ TEST_F(Clock, ACorrectionSetsItsMarkFirstAndTheNextGenerationLast) {
     if (ptrace(PTRACE_SINGLESTEP, reader, nullptr, nullptr) != 0)
       kill(reader, SIGKILL);
   }
+  shared->~ClockProbe();
   munmap(room, sizeof clock);
   if (all.size() < 2)
     GTEST_SKIP() << "no single steps here";
