@@ -62,9 +62,9 @@ TEST_F(Recipients, AreCountedMarkedRevivedAndRemovedOnce) {
       EXPECT_EQ(Add(ADDRESS, 9, 1), 1);
     else
       Withdraw("10.0.0.1:9");
-    EXPECT_EQ(CallsTake(), step.calls);
+    EXPECT_EQ(CallsDrain(), step.calls);
     Expect("10.0.0.1:9", 9, step.count, step.isMarked);
-    CallsTake();
+    CallsDrain();
   }
   EXPECT_EQ(table.RemoveMarked(HTNodeClass::LOCK), 1);
   EXPECT_EQ(removals, 1);

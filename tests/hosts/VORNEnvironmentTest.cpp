@@ -82,7 +82,7 @@ struct HostList : Scripted {
                                             variable, fromFile);
       EXPECT_EQ(list == nullptr ? "(null)" : list, result);
       EXPECT_EQ(buffer.back(), '!');
-      EXPECT_EQ(CallsTake(), fromFile != 0 ? "fopen VORN_PEER_HOSTS r" : "");
+      EXPECT_EQ(CallsDrain(), fromFile != 0 ? "fopen VORN_PEER_HOSTS r" : "");
       EXPECT_EQ(file.open, 0);
     });
   }
@@ -154,7 +154,7 @@ TEST_F(HostList, EachTypeHasItsFileAndVariable) {
     char buffer[4096];
     setenv(name, name, 1);
     EXPECT_STREQ(VornEnvironmentGet(buffer, 4096, type, 1, 1), name);
-    EXPECT_EQ(CallsTake(), std::string("fopen ") + name + " r");
+    EXPECT_EQ(CallsDrain(), std::string("fopen ") + name + " r");
     unsetenv(name);
   }
 }

@@ -245,7 +245,7 @@ TEST_F(IpcFault, EachSystemCallThatFailsIsARefusalThatLeavesWhatIsPromised) {
         refusals += (refusals.empty() ? "" : ", ") + failed + " " + HostText();
       else
         EXPECT_EQ(HostText(), row.done) << "beside a failed " << failed;
-      const std::string mutex = CallsTake();
+      const std::string mutex = CallsDrain();
       EXPECT_EQ(failed.empty() ? mutex : row.mutex, row.mutex);
       ObjectsDelete();
       EXPECT_EQ(Ipc().attached, 0) << "segments attached after a failed " << failed;

@@ -30,11 +30,11 @@ TEST_F(MulticastSender, SendsFromEachInterfaceThatIsUp) {
   const InterfaceTable table(THREE);
   VORNMulticastProperties multicast{1, 9, 0};
   VORNDGramProperties sizes{0, 512};
-  CallsTake();
+  CallsDrain();
   Script().descriptor = 5;
   Script().bindResult = [port = 40000](int) mutable { return ++port; };
   Sender sender(&multicast, KEL_DGRAM_OPT_SNDBUF, &sizes, 77);
-  EXPECT_EQ(CallsTake(),
+  EXPECT_EQ(CallsDrain(),
             "KelDGramInitialize; SNDBUF 512 on 5; bind 0 0 on 5; MULTICAST_TTL 9 on 5; "
             "MULTICAST_LOOP 0 on 5; MULTICAST_IF 10.0.0.1 on 5; "
             "KelDGramInitialize; SNDBUF 512 on 6; bind 0 0 on 6; MULTICAST_TTL 9 on 6; "
@@ -44,7 +44,7 @@ TEST_F(MulticastSender, SendsFromEachInterfaceThatIsUp) {
   const auto expect = [&](unsigned int address, const Ints& results, int sent, const char* calls) {
     Script().sendResults = results;
     EXPECT_EQ(sender.Send(address), sent) << calls;
-    EXPECT_EQ(CallsTake(), calls);
+    EXPECT_EQ(CallsDrain(), calls);
   };
   expect(0xEFFF0001, {1, 5}, 1, "sendTo 3 on 5; sendTo 3 on 6");
   expect(0xEFFF0001, {0, 1}, 0, "sendTo 3 on 5");
@@ -64,17 +64,17 @@ TEST_F(MulticastSender, LoneEndpointAdoptsTheDescriptor) {
   const auto expect = [](auto& properties, const Interfaces& list, const std::string& options) {
     Reset();
     const InterfaceTable table(list);
-    CallsTake();
+    CallsDrain();
     Script().descriptor = 5;
     Sender sender(&properties, 0, nullptr, 77);
-    EXPECT_EQ(CallsTake(), "KelDGramInitialize; close 5; bind 0 0 on 77" + options);
+    EXPECT_EQ(CallsDrain(), "KelDGramInitialize; close 5; bind 0 0 on 77" + options);
     const int index = options.empty() ? 0 : 1;
     EXPECT_EQ(sender.Indices(), Ints{index});
     VORN_NIC[index].flags &= ~NIC_UP;
     Script().sendResults = {0};
     EXPECT_EQ(sender.Send(0xEFFF0001), 1);
     EXPECT_EQ(sender.Send(0x0A000009), 0);
-    EXPECT_EQ(CallsTake(), "sendTo 3 on 77");
+    EXPECT_EQ(CallsDrain(), "sendTo 3 on 77");
   };
   expect(off, {THREE[1], THREE[2]}, "");
   expect(on, {THREE[0]}, "");

@@ -21,7 +21,7 @@ TEST_F(Endpoint, AdoptsADescriptorThenSetsOptionsUpToTheFirstFailure) {
       Script().descriptor = 5;
       Script().optionErrno[failing] = {EPERM};
       EXPECT_EQ(VORNDGram(0, mask, properties, 7).IsValid(), 1);
-      EXPECT_EQ(CallsTake(), "KelDGramInitialize; close 5" + calls + "; KelDGramRelease");
+      EXPECT_EQ(CallsDrain(), "KelDGramInitialize; close 5" + calls + "; KelDGramRelease");
     });
   };
   expect(-1, &sizes, 0, send + recv + cast, {sending, receiving});
@@ -32,7 +32,7 @@ TEST_F(Endpoint, AdoptsADescriptorThenSetsOptionsUpToTheFirstFailure) {
   expect(~0x406, &sizes, 0, "", {});
   Script().descriptor = 5;
   const VORNDGram kept(0, 0, nullptr, -1), zero(0, 0, nullptr, 0);
-  EXPECT_EQ(CallsTake(), "KelDGramInitialize; KelDGramInitialize; close 6");
+  EXPECT_EQ(CallsDrain(), "KelDGramInitialize; KelDGramInitialize; close 6");
 }
 
 TEST_F(Endpoint, HasDefaultBufferSizes) {
@@ -49,7 +49,7 @@ TEST_F(Endpoint, WithoutMemoryOrSocketHoldsNothingAndRefusesEverything) {
     VORNDGram dgram(1, 0, nullptr, 7);
     if (dgram.IsValid() != 0)
       return 1;
-    CallsTake();
+    CallsDrain();
     VORNMulticastProperties multicast{1, 1, 1};
     // clang-format off
     ResultsExpect(0, {{"send", dgram.SendTo(nullptr, nullptr)}, {"receive", dgram.RecvMulticastInitialize(1)},
@@ -59,7 +59,7 @@ TEST_F(Endpoint, WithoutMemoryOrSocketHoldsNothingAndRefusesEverything) {
     KELNtpTime wait;
     EXPECT_EQ(dgram.HasDataWithSleep(&wait), -1);
     EXPECT_EQ(errno, EBADF);
-    EXPECT_EQ(CallsTake(), "");
+    EXPECT_EQ(CallsDrain(), "");
     return 0;
   };
   EXPECT_EQ(FaultsTry(make), "memory, memory, KelDGramInitialize");
@@ -79,7 +79,7 @@ TEST_F(Endpoint, SendsOnceAfterTellingTheListener) {
   EXPECT_EQ(dgram.SendTo(nullptr, &stream), -7);
   VORN_DIAG_NETWORK_LISTENER = nullptr;
   EXPECT_EQ(dgram.SendTo(nullptr, nullptr), 0);
-  EXPECT_EQ(CallsTake(), "KelDGramInitialize; heard 3; sendTo 3; sendTo 0 null");
+  EXPECT_EQ(CallsDrain(), "KelDGramInitialize; heard 3; sendTo 3; sendTo 0 null");
 }
 
 TEST_F(Endpoint, WaitsWithOneSelectForReadingAlone) {
@@ -94,7 +94,7 @@ TEST_F(Endpoint, WaitsWithOneSelectForReadingAlone) {
     SCOPED_TRACE(row.what);
     Script().descriptor = row.descriptor;
     VORNDGram dgram(0, 0, nullptr, -1);
-    CallsTake();
+    CallsDrain();
     System().select = [&](int count, fd_set* readable, fd_set* writable, fd_set* broken,
                           timeval* wait) {
       fd_set only{};
@@ -110,7 +110,7 @@ TEST_F(Endpoint, WaitsWithOneSelectForReadingAlone) {
     KELNtpTime timeout = row.timeout;
     EXPECT_EQ(dgram.HasDataWithSleep(&timeout), row.answer);
     EXPECT_EQ(dgram.HasDataWithSleep(nullptr), -1);
-    EXPECT_EQ(CallsTake(), "select");
+    EXPECT_EQ(CallsDrain(), "select");
     for (const int unfit : {-1, FD_SETSIZE}) {
       dgram.socketRecord->descriptor = unfit;
       EXPECT_EQ(dgram.HasDataWithSleep(&timeout), -1);
@@ -125,7 +125,7 @@ TEST_F(Endpoint, BindsTheMulticastPortItIsAskedFor) {
       VORNDGram dgram(1, 0, nullptr, -1);
       Script().optionErrno[KEL_DGRAM_OPT_REUSEADDR] = {error};
       EXPECT_EQ(dgram.RecvMulticastInitialize(port), message.level * port);
-      EXPECT_EQ(CallsTake(), "KelDGramInitialize; REUSEADDR 1" + calls);
+      EXPECT_EQ(CallsDrain(), "KelDGramInitialize; REUSEADDR 1" + calls);
     });
   };
   expect(0, 7400, "; bind 0 7400", {1, "VORN: Multicast Port specified 7400\n"});
@@ -141,12 +141,12 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
   VORNDGram deaf(0, 0, nullptr, -1);
   {
     VORNDGram dgram(1, 0, nullptr, -1);
-    CallsTake();
+    CallsDrain();
     const auto expect = [&](auto change, int result, const std::string& calls) {
       EXPECT_EQ((dgram.*change)(GROUP), result) << calls;
       EXPECT_EQ((dgram.*change)(9), 0);
       EXPECT_EQ((deaf.*change)(GROUP), 0);
-      EXPECT_EQ(CallsTake(), calls);
+      EXPECT_EQ(CallsDrain(), calls);
     };
     constexpr auto join = &VORNDGram::RecvMulticastGroupJoin;
     constexpr auto leave = &VORNDGram::RecvMulticastGroupLeave;
@@ -164,10 +164,10 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
         FaultsTry([&dgram] { return dgram.RecvMulticastGroupJoin(GROUP + 1); }),
         "memory, memory, ADD_MEMBERSHIP 239.1.1.2 10.0.0.1, ADD_MEMBERSHIP 239.1.1.2 0.0.0.3");
     VORN_NIC[3].flags = NIC_MULTICAST;
-    CallsTake();
+    CallsDrain();
   }
-  EXPECT_EQ(CallsTake(), "DROP_MEMBERSHIP 239.1.1.1 10.0.0.1; DROP_MEMBERSHIP 239.1.1.2 10.0.0.1; "
-                         "KelDGramRelease");
+  EXPECT_EQ(CallsDrain(), "DROP_MEMBERSHIP 239.1.1.1 10.0.0.1; DROP_MEMBERSHIP 239.1.1.2 10.0.0.1; "
+                          "KelDGramRelease");
 }
 
 TEST_F(Endpoint, CountsNoJoinThatFails) {
@@ -185,9 +185,9 @@ TEST_F(Endpoint, CountsNoJoinThatFails) {
     MessagesExpect(row.messages, [&row] {
       VORNDGram dgram(1, 0, nullptr, -1);
       Script().optionErrno[KEL_DGRAM_OPT_ADD_MEMBERSHIP] = row.errors;
-      CallsTake();
+      CallsDrain();
       EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), row.joined);
-      EXPECT_EQ(CallsTake(), row.calls);
+      EXPECT_EQ(CallsDrain(), row.calls);
       EXPECT_EQ(dgram.RecvMulticastGroupLeave(GROUP), row.joined);
     });
 }
@@ -198,7 +198,7 @@ TEST_F(Endpoint, JoinsNothingWithoutInterfaces) {
   EXPECT_EQ(dgram.RecvMulticastRemove(GROUP), 0);
   const InterfaceTable incapable({FOUR[0], FOUR[2]});
   EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), 1);
-  EXPECT_EQ(CallsTake().find("MEMBERSHIP"), std::string::npos);
+  EXPECT_EQ(CallsDrain().find("MEMBERSHIP"), std::string::npos);
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ TEST_F(Addresses, AreNamedByNumbersOrHostNames) {
         return std::strcmp(name, "nohost") == 0 ? nullptr : &host;
       };
       EXPECT_EQ(VornStringToAddress(text), address) << text;
-      EXPECT_EQ(CallsTake(), calls);
+      EXPECT_EQ(CallsDrain(), calls);
     });
   };
   expect("192.168.1.20", 0xC0A80114, "");
@@ -37,7 +37,7 @@ TEST_F(Addresses, AreNamedByNumbersOrHostNames) {
   expect(nullptr, 0x0A0B0C0D, "gethostname 63; gethostbyname self");
   System().gethostname = [](char*) { return -1; };
   EXPECT_EQ(VornStringToAddress(nullptr), 0U);
-  EXPECT_EQ(CallsTake(), "gethostname 63");
+  EXPECT_EQ(CallsDrain(), "gethostname 63");
 }
 
 TEST_F(Addresses, HaveTextsThatFitTheirBuffers) {

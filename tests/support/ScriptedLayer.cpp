@@ -29,7 +29,7 @@ int CallNote(const std::string& call, int descriptor = -1) {
 
 int SocketGet(KELDGram* self) { return self->socketRecord->descriptor; }
 
-int FirstTake(std::vector<int>* results, int otherwise) {
+int FirstDrain(std::vector<int>* results, int otherwise) {
   if (results->empty())
     return otherwise;
   const int first = results->front();
@@ -58,7 +58,7 @@ std::string OptionText(int code, const void* value, int size) {
 int OptionSet(KELDGram* self, int code, void* value, int size) {
   const std::string call = OptionText(code, value, size);
   CallNote(call, SocketGet(self));
-  const int error = StepFails(call.c_str()) ? EPERM : FirstTake(&script->optionErrno[code], 0);
+  const int error = StepFails(call.c_str()) ? EPERM : FirstDrain(&script->optionErrno[code], 0);
   if (error != 0)
     errno = error;
   return error != 0 ? -1 : 0;
@@ -72,7 +72,7 @@ int Bind(KELDGram* self, unsigned int localAddress, int port) {
 int SendTo(KELDGram* self, KELNetioAddr* /*destination*/, char* buffer, int length) {
   const char* const null = buffer == nullptr ? " null" : "";
   CallNote("sendTo " + std::to_string(length) + null, SocketGet(self));
-  return StepFails("sendTo") ? 0 : FirstTake(&script->sendResults, 1);
+  return StepFails("sendTo") ? 0 : FirstDrain(&script->sendResults, 1);
 }
 
 }  // namespace
@@ -84,7 +84,7 @@ void ScriptReset() {
   VORNUtilsVerbosity = 0;
 }
 
-std::string CallsTake() {
+std::string CallsDrain() {
   std::string text;
   for (const std::string& call : std::exchange(script->calls, {}))
     text += (text.empty() ? "" : "; ") + call;

@@ -47,6 +47,6 @@ struct ScriptedLayer {
 ScriptedLayer& Script();
 void ScriptReset();
 /// The calls since the last look, "; " between them.
-std::string CallsTake();
+std::string CallsDrain();
 
 #endif

@@ -69,7 +69,7 @@ TEST_F(Utils, EveryPriorityIsAskedForAndEachRefusalPrinted) {
                    [&row] {
                      Script().refusedPriorities = row.refused;
                      EXPECT_EQ(VORNThreadInfo().PriorityIsValid(), row.isValid);
-                     EXPECT_EQ(CallsTake(),
+                     EXPECT_EQ(CallsDrain(),
                                "priority 72 3; priority 71 3; priority 70 3; priority 68 3; "
                                "priority 67 3; priority 41 3; priority 40 3");
                    });
