@@ -21,12 +21,12 @@ void TextRun(Runner& runner, const char* name, Library library, Floor floor,
              const char* variant = "snprintf") {
   Case subject{name, "", 0};
   subject.Add("library", Role::LIBRARY, Always([library]() mutable {
-                char text[64];
+                char text[64] = "";
                 Keep(library(text));
                 return text[0];
               }));
   subject.Add(variant, Role::FLOOR, Always([floor]() mutable {
-                char text[64];
+                char text[64] = "";
                 Keep(floor(text));
                 return text[0];
               }));

@@ -70,7 +70,7 @@ private:
   floors::RingQueue _queue;
 };
 
-class SystemVQueue : public Transport {
+class SystemVQueue final : public Transport {
 public:
   SystemVQueue(int length, int room)
       : Transport(length), _queue(msgget(IPC_PRIVATE, IPC_CREAT | 0600)) {

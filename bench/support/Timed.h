@@ -44,8 +44,11 @@ template <typename Step> Measure Timed(Step step) {
     };
     if (count == 0) {
       count = 1;
-      for (double elapsed = run(count); elapsed < seconds / 2; elapsed = run(count))
+      double elapsed = run(count);
+      while (elapsed < seconds / 2) {
         count = CountNext(count, elapsed, seconds);
+        elapsed = run(count);
+      }
     }
     const double elapsed = run(count);
     const double each = elapsed * 1e9 / static_cast<double>(count);

@@ -155,7 +155,7 @@ struct Operation {
   int (*act)();
   const char* refusals;  // calls without which it answers 0, each with what the host then has
   const char* done;      // what the host has after a 1, with or without a call that failed
-  std::string mutex = "";  // how the manager uses its own one when no call fails
+  std::string mutex = {};  // how the manager uses its own one when no call fails
 };
 
 const std::string LOCKED = "KelSemaphoreTake; KelSemaphoreGive";

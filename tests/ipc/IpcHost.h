@@ -62,8 +62,9 @@ class EmptiedHost : public IpcHost {
 protected:
   void TearDown() override {
     IpcHost::TearDown();
-    if (!IsSkipped())
+    if (!IsSkipped()) {
       EXPECT_EQ(HostText(), "0/0") << "left, or attached still";
+    }
   }
 };
 

@@ -265,8 +265,9 @@ TEST_F(QueueStress, EverySenderGoesOnAndWhatWasToldSentArrivesThroughRemovalsAnd
           << "sender " << i << ": " << crowd.arrived[i] << " of " << crowd.sent[i];
     queue.Destroy();
     crowd.ReceiverEnd();
-    if (!isObject)
+    if (!isObject) {
       EXPECT_EQ(crowd.lost, 0);
+    }
     EXPECT_EQ(crowd.garbled, 0);
     EXPECT_EQ(queue.IsValid(), 0);
     owner.Remove();

@@ -101,7 +101,7 @@ __attribute__((no_sanitize("undefined"))) std::string SlotCall(std::size_t slot)
   void (**table)(void*);
   std::memcpy(&table, static_cast<void*>(base), sizeof table);
   table[slot](base);
-  const std::string operation = called;
+  std::string operation = called;
   if (operation.find("destructor") == std::string::npos)
     probe->~Probe();
   return operation;

@@ -127,12 +127,12 @@ TEST_F(Vorndiag, RemoveAsksAPersonUnlessSheSaidYes) {
                            options + "' /dev/null; exit $?; ")
         .code;
   };
-  Queue(1, 7, 16);
+  { const Queue made(1, 7, 16); }
   EXPECT_EQ(removed("n", ""), 1);
   EXPECT_EQ(HostText(), "2/1");
   EXPECT_EQ(removed("y", ""), 0);
   EXPECT_EQ(HostText(), "0/0");
-  Queue(1, 7, 16);
+  { const Queue made(1, 7, 16); }
   EXPECT_EQ(removed("n", " --yes"), 0);
   EXPECT_EQ(HostText(), "0/0");
 }
