@@ -93,9 +93,12 @@ int __wrap_getrlimit64(__rlimit_resource_t resource, rlimit64* limit) {
   return 0;
 }
 
-void* __wrap_malloc(std::size_t size) { return AllocationFails() ? nullptr : __real_malloc(size); }
+// Seen from outside: the thread sanitizer's library refers to them.
+VORN_API void* __wrap_malloc(std::size_t size) {
+  return AllocationFails() ? nullptr : __real_malloc(size);
+}
 
-void* __wrap_calloc(std::size_t count, std::size_t size) {
+VORN_API void* __wrap_calloc(std::size_t count, std::size_t size) {
   return AllocationFails() ? nullptr : __real_calloc(count, size);
 }
 
