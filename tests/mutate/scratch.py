@@ -25,7 +25,7 @@ SPACES = ["unshare", "--mount", "--ipc", "--net", "--pid", "--fork", "--kill-chi
 ENTER = """
 mount --bind "$1" "$2" && mount -t tmpfs -o size=1g none /tmp && mount -o remount,bind,ro / &&
   ip link set lo up || exit 125
-ulimit -c 0; ulimit -f 524288; ulimit -v 4194304
+ulimit -c 0; ulimit -f 524288; ulimit -d 4194304
 export HOME=/tmp TMPDIR=/tmp CCACHE_DISABLE=1
 cd "$3"; shift 3; "$@"; exit $? """
 CANNOT_ENTER = 125
