@@ -308,6 +308,17 @@ TEST_F(IpcFault, CreatorsDestroyRemovesTheSegmentThatAFailedSendLost) {
   }
 }
 
+TEST_F(IpcFault, ClassOfAUsersOwnSeesNoHandleAfterTheEndAndOneAttachmentBefore) {
+  HostPrepare(QUEUE);
+  EXPECT_EQ(opener->Initialize(), 1);
+  EXPECT_EQ(Ipc().attached, 2) << "the creator's and the opener's second one";
+  opener->Destroy();
+  EXPECT_EQ(opener->_mutexId, 0);
+  EXPECT_EQ(opener->_semaphoreId, 0);
+  EXPECT_EQ(opener->_shm, nullptr);
+  EXPECT_EQ(opener->_header, nullptr);
+}
+
 TEST_F(IpcFault, OpenerThatLostItsQueueFindsTheNextOne) {
   HostPrepare(QUEUE);
   creator->Destroy();

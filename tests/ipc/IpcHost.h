@@ -123,6 +123,7 @@ struct Queue : ShmMsgQImpl {
   using ShmMsgQImpl::_mutexId;
   using ShmMsgQImpl::_semaphoreId;
   using ShmMsgQImpl::_shm;
+  using ShmMsgQImpl::Initialize;
   using ShmMsgQImpl::SendInternal;
   using ShmMsgQImpl::ShmMsgQImpl;
 
