@@ -88,6 +88,7 @@ TEST(HTClass, KeysThatCannotBeKeptAreRefused) {
   text.hash = none.hash = 7;
   EXPECT_EQ(text.Set("text"), 1);
   EXPECT_EQ(other.Set("text"), 1);
+  none.status = 0;  // as if it had had a text
   EXPECT_EQ(none.Set(nullptr), 0);
   EXPECT_EQ(text.status, 0);
   EXPECT_EQ(text.hash, 0U);
