@@ -111,7 +111,7 @@ def Main():
             for fault in draw.piles.values():
                 print("\n\n".join(f.Text() for f in fault))
             return 0
-        copy = scratch.Scratch(ROOT, options.scratch, options.jobs)
+        copy = scratch.Scratch(ROOT, options.scratch, options.jobs, options.quick)
         count = sum(draw.wanted.values())
         Say(f"seed {options.seed}, {count} faults, scratch copy in {copy.folder}")
         started = time.monotonic()
@@ -156,6 +156,9 @@ def OptionsRead():
                         help="tries these patches (as git diff writes them) instead of drawing")
     parser.add_argument("--without", nargs="+", metavar="TEST", default=[],
                         help="leaves these tests out, which fail without any fault")
+    parser.add_argument("--quick", action="store_true",
+                        help="leaves out the programs, their tests and those that are scripts: what "
+                        "only they see counts as a survivor")
     parser.add_argument("--list", action="store_true",
                         help="prints all faults that could be drawn, and tries none")
     parser.add_argument("--scratch", default="/var/tmp", metavar="DIRECTORY",
