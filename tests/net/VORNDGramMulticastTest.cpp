@@ -97,6 +97,13 @@ TEST_F(MulticastSender, FailureAtAnyStepLeavesNothingBehind) {
   EXPECT_EQ(FaultsTry([&] { return valid(&quiet); }),
             "memory, memory, memory, KelDGramInitialize, MULTICAST_TTL 1, MULTICAST_IF 10.0.0.1, "
             "memory, KelDGramInitialize, MULTICAST_TTL 1, MULTICAST_IF 10.0.0.2");
+  Script().bindResult = [](int) {
+    VORN_NIC[2].flags = NIC_MULTICAST;
+    return 50000;
+  };
+  EXPECT_EQ(valid(&quiet), 0) << "an interface goes down while its endpoints are made";
+  VORN_NIC[2].flags = NIC_UP | NIC_MULTICAST;
+  Script().bindResult = [](int) { return 50000; };
   // clang-format off
   const struct { int option, isValid; const char* message; } rows[] = {
       {KEL_DGRAM_OPT_MULTICAST_TTL, 0, "VORN: could not set TTL\n"},

@@ -139,6 +139,7 @@ TEST(CDRStream, RefusesWhatIsDamaged) {
   // clang-format off
   const struct { const char* what; VORNCDRStream stream; int count; int result; } rows[] = {
       {"nothing wrong", {0, bytes, 8, 4}, 0, 1},
+      {"no octets at the end", {0, bytes, 4, 4}, 0, 1},
       {"negative count", {0, bytes, 8, 4}, -1, 0},
       {"null buffer", {0, nullptr, 8, 4}, 4, 0},
       {"negative position", {0, bytes, 8, -1}, 4, 0},
@@ -452,6 +453,8 @@ TEST(DebugPrint, CutsLongTextsAndGivesThemToTheSink) {
   std::string printed;
   KelDebugSinkSet([](const char* text, void* to) { *static_cast<std::string*>(to) += text; },
                   &printed);
+  const char* none = nullptr;
+  EXPECT_EQ(KelDebugPrint(none), -1);
   EXPECT_EQ(KelDebugPrint("%d|", 7), 2);
   EXPECT_EQ(KelDebugPrint("%01500d", 7), 1023);
   KelDebugSinkSet(nullptr, nullptr);
