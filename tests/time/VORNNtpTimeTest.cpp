@@ -60,7 +60,7 @@ TEST(VORNNtpTime, PacksSignsBorrowsAndTheLowWordOfLongs) {
            {13, INT_MIN, 5, INT_MAX, 5},
            {12, ABOVE_32_BITS + 3, ABOVE_32_BITS + 250, 3, 1073728000}, {12, ABOVE_32_BITS - 3, 250, -4, 3221239296},
            {10, -1, ABOVE_32_BITS, -1, 0}, {12, -500, NONE, -1, 2147511296}, {13, -5, NONE, 0, 4294967291},
-           {13, INT_MIN, NONE, 0, 2147483648}, {12, INT_MIN, NONE, -1, 0}, {12, ABOVE_32_BITS + 500, NONE, 0, 2147456000},
+           {10, 500000000, NONE, 0, 2147483646}, {13, INT_MIN, NONE, 0, 2147483648}, {12, INT_MIN, NONE, -1, 0}, {12, ABOVE_32_BITS + 500, NONE, 0, 2147456000},
            {9, 5, NONE, 77, 77}, {14, 5, NONE, 77, 77}, {12, 0, NONE, 0, 0}}) {
     // clang-format on
     const auto unit = static_cast<Time::FracUnit>(row.unit);
