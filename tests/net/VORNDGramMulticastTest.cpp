@@ -59,6 +59,7 @@ TEST_F(MulticastSender, SendsFromEachInterfaceThatIsUp) {
 TEST_F(MulticastSender, LoneEndpointAdoptsTheDescriptor) {
   VORNMulticastProperties off{7, 7, 7}, on{1, 1, 1};
   VornMulticastPropertiesDefaultGet(&off);
+  VornMulticastPropertiesDefaultGet(nullptr);
   EXPECT_EQ(off.enable, 0);
   ResultsExpect(1, {{"time to live", off.ttl}, {"loopback", off.loopback}});
   const auto expect = [](auto& properties, const Interfaces& list, const std::string& options) {

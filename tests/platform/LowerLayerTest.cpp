@@ -140,6 +140,7 @@ TEST(CDRStream, RefusesWhatIsDamaged) {
   const struct { const char* what; VORNCDRStream stream; int count; int result; } rows[] = {
       {"nothing wrong", {0, bytes, 8, 4}, 0, 1},
       {"no octets at the end", {0, bytes, 4, 4}, 0, 1},
+      {"no octets at the beginning", {0, bytes, 4, 0}, 0, 1},
       {"negative count", {0, bytes, 8, 4}, -1, 0},
       {"null buffer", {0, nullptr, 8, 4}, 4, 0},
       {"negative position", {0, bytes, 8, -1}, 4, 0},

@@ -55,6 +55,9 @@ TEST_F(Utils, RandomNumbersRepeatWithTheirSeed) {
   const std::vector<int> first = draw(7);
   EXPECT_NE(draw(8), first);
   EXPECT_EQ(draw(7), first);
+  VornRandomNumberSeed(7);
+  EXPECT_EQ(VornRandomNumberGenerate(4, 4), 4);
+  EXPECT_EQ(VornRandomNumberGenerate(0, 1000), first[1]) << "the one number of a range was drawn";
 }
 
 TEST_F(Utils, EveryPriorityIsAskedForAndEachRefusalPrinted) {
