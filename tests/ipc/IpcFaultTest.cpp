@@ -336,6 +336,18 @@ TEST_F(IpcFault, OpenerThatLostItsQueueFindsTheNextOne) {
   EXPECT_EQ(early.Send("ab", 2), 0) << "it never had a queue that it could lose";
 }
 
+// Where several threads use an object, the receiver still gets what waited in the queue before.
+TEST_F(IpcFault, LoneThreadGivesUpWhatItDidNotReceiveFromTheQueueBefore) {
+  HostPrepare(QUEUE);
+  EXPECT_EQ(opener->Send("a", 1), 1);
+  EXPECT_EQ(opener->Receive(9), "a");
+  EXPECT_EQ(opener->Send("old", 3), 1);
+  creator->Destroy();
+  creator = std::make_unique<Queue>(1, ID, 64U);
+  EXPECT_EQ(opener->Send("new", 3), 1);
+  EXPECT_EQ(opener->Receive(9), "new");
+}
+
 // Another thread is in the middle of a send. If the mutex cannot be removed nothing wakes it, and
 // `Destroy` does not wait; if somebody else has removed it, it does.
 TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {

@@ -40,6 +40,15 @@ TEST_F(Addresses, AreNamedByNumbersOrHostNames) {
   EXPECT_EQ(CallsDrain(), "gethostname 63");
 }
 
+TEST_F(Addresses, HostNameIsAskedForWithAnyLengthThatIsOne) {
+  char buffer[8];
+  System().gethostname = [](char*) { return 0; };
+  EXPECT_EQ(VornHostNameGet(buffer, 0), buffer);
+  EXPECT_EQ(VornHostNameGet(buffer, -1), nullptr);
+  EXPECT_EQ(VornHostNameGet(nullptr, 8), nullptr);
+  EXPECT_EQ(CallsDrain(), "gethostname 0");
+}
+
 TEST_F(Addresses, HaveTextsThatFitTheirBuffers) {
   const auto expect = [](unsigned int address, int port, const char* dotted, const char* both) {
     char text[VORN_ADDRESS_TEXT_SIZE], portText[VORN_ADDRESS_PORT_TEXT_SIZE];

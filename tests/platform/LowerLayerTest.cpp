@@ -159,6 +159,7 @@ TEST(CDRStream, RefusesWhatIsDamaged) {
     EXPECT_EQ(stream.position, row.stream.position) << row.what;
   }
   VORNCDRStream stream{0, bytes, 8, 0};
+  VornCDRStreamInitialize(nullptr, bytes, 8, VORN_CDR_BIG_ENDIAN);
   // clang-format off
   ResultsExpect(0, {{"null item", VornCDR4ByteSerialize(&stream, nullptr)},
                     {"null place", VornCDR4ByteDeserialize(&stream, nullptr)},
@@ -452,14 +453,16 @@ TEST(DequeVoid, IsADeque) {
 
 TEST(DebugPrint, CutsLongTextsAndGivesThemToTheSink) {
   std::string printed;
-  KelDebugSinkSet([](const char* text, void* to) { *static_cast<std::string*>(to) += text; },
-                  &printed);
+  KelDebugSinkSet(
+      [](const char* text, void* to) { static_cast<std::string*>(to)->append(text).append("|"); },
+      &printed);
   const char* none = nullptr;
   EXPECT_EQ(KelDebugPrint(none), -1);
-  EXPECT_EQ(KelDebugPrint("%d|", 7), 2);
+  EXPECT_EQ(KelDebugPrint("%d", 72), 2);
+  EXPECT_EQ(KelDebugPrint("%s", ""), 0);
   EXPECT_EQ(KelDebugPrint("%01500d", 7), 1023);
   KelDebugSinkSet(nullptr, nullptr);
-  EXPECT_EQ(printed, "7|" + std::string(1023, '0'));
+  EXPECT_EQ(printed, "72||" + std::string(1023, '0') + "|");
 }
 
 }  // namespace

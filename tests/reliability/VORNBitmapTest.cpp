@@ -135,6 +135,8 @@ TEST_F(Window, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   EXPECT_EQ(bitmap.Init(SequenceNumber(0), 33, 0), 1);
   EXPECT_EQ(bitmap.words[1], 0U);
   EXPECT_EQ(bitmap.words[2], ONES);
+  EXPECT_EQ(bitmap.Init(SequenceNumber(0), 0, 1), 1);
+  EXPECT_EQ(bitmap.size, 0);
   EXPECT_EQ(bitmap.Init(SequenceNumber(0), 999, 1), 1);
   EXPECT_EQ(bitmap.size, 256);
   EXPECT_EQ(bitmap.Has(0), 0);
