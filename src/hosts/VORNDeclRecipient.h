@@ -4,6 +4,7 @@
 #include "platform/HTClass.h"
 #include "platform/VornExport.h"
 
+/// @file
 /// Recipients that the program declares, counted in a hash table of the program. An entry's key is
 /// the recipient's text, "10.0.0.1" or "10.0.0.1:7400". Its data is a `VORNDeclRecipient`. It is
 /// made here with `new`; the program's removal function frees it, with `delete`, when the table

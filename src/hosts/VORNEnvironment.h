@@ -5,6 +5,7 @@
 
 #include <cstdio>
 
+/// @file
 /// Host lists as text: read from a file or an environment variable into the caller's buffer, as
 /// entries separated by colons, each a host with an optional mask ("10.1.0.0/ffff0000"). Splitting
 /// the text and resolving names are the caller's.
@@ -42,13 +43,12 @@ inline constexpr int VORN_HOST_LIST_SIZE = 4096;
 /// 1. With `useFile`: the file with the list's name. Its text goes through `FilterWhitespace` with
 ///    ':' and '#'; a colon at the end is removed. At most `VORN_HOST_LIST_SIZE` characters are kept
 ///    (in a buffer of just that size one less), and at most the first 16 MiB (16777216 bytes) of
-///    the file are read. Of a longer file the list holds what was kept so far, and a line at level
-///    >= 0 says so. If the file cannot be read to its end, the result is null, lines at level >= 0
-///    say so, and the buffer holds what was read. A file of blanks and comments alone leaves the
-///    buffer as it was: store a terminator before the call.
-/// 2. With `useEnvironment`: the variable with the list's name, copied as it is. At most `length` -
-/// 1
-///    characters are kept; a line at level >= 0 tells of a longer value.
+///    the file are read. Of a longer file the list holds what was kept so far, and a line tells it
+///    (level >= 0). If the file cannot be read to its end, the result is null, lines tell it
+///    (level >= 0), and the buffer holds what was read. A file of blanks and comments alone leaves
+///    the buffer as it was: store a terminator before the call.
+/// 2. With `useEnvironment`: the variable with the list's name, copied as it is. At most
+///    `length - 1` characters are kept; a line (level >= 0) tells of a longer value.
 ///
 /// Returns `buffer`; or null if neither source is there. Also null, with nothing written, for a
 /// null buffer, a buffer that is too short, no source asked for, and a type without a list. Which

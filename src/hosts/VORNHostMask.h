@@ -4,6 +4,7 @@
 #include "platform/HTClass.h"
 #include "platform/VornExport.h"
 
+/// @file
 /// Questions to a host list, which its owner keeps in a hash table. Is this address admitted? Is it
 /// inside a listed subnet? Do two lists name the same host? Addresses and masks are in host byte
 /// order; 127.0.0.1 stands for this host.
@@ -32,6 +33,7 @@ public:
   /// Asks for `ip`. If `skipLoopbackRule` is 0, an entry for 127.0.0.1 admits every address of this
   /// host.
   VORNHostMaskMatchChecker(unsigned int ip, int skipLoopbackRule);
+  /// Frees nothing.
   ~VORNHostMaskMatchChecker() override;
 
   /// Does nothing and returns 1: the walk goes on.
@@ -48,12 +50,12 @@ public:
   int IsIpMatch();
 
 protected:
-  unsigned int _ip;
-  int _skipLoopbackRule;
-  int _subnetMatched = 0;
-  int _hostMatched = 0;
-  int _sawSubnet = 0;
-  int _sawHost = 0;
+  unsigned int _ip;        ///< the address that is asked for
+  int _skipLoopbackRule;   ///< not 0: 127.0.0.1 in the list admits only itself
+  int _subnetMatched = 0;  ///< 1: a subnet with the address was seen
+  int _hostMatched = 0;    ///< 1: the address was seen as a host
+  int _sawSubnet = 0;      ///< 1: some subnet was seen
+  int _sawHost = 0;        ///< 1: some host was seen
 };
 
 /// Finds out whether one address is inside a subnet of the table that it visits; if so, it ends the
@@ -63,6 +65,7 @@ class VORN_API VORNSubnetMatchChecker : public HTExecFunc {
 public:
   /// Asks for `ip`.
   explicit VORNSubnetMatchChecker(unsigned int ip);
+  /// Frees nothing.
   ~VORNSubnetMatchChecker() override;
 
   /// Does nothing and returns 1: the walk goes on.
@@ -79,8 +82,8 @@ public:
   int SawSubnet() const { return _sawSubnet; }
 
 protected:
-  int _sawSubnet = 0;
-  unsigned int _ip;
+  int _sawSubnet = 0;  ///< 1: some subnet was seen in the last walk
+  unsigned int _ip;    ///< the address that is asked for
 };
 
 /// Returns 1 if the list in `table` admits `address`, else 0. An empty list admits every address. A

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+/// @file
 /// The System V keys of a message queue. A program that uses a queue does not need them; one that
 /// wants to know why a queue is refused, or who made it, looks at the host's objects by them.
 /// Cast a key to `key_t` for a system call.

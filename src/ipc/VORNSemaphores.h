@@ -3,6 +3,7 @@
 
 #include "platform/VornExport.h"
 
+/// @file
 /// Semaphores and mutexes between the processes of one host, found by a number that they agree on.
 /// Each is a System V set of one semaphore that owner and group may use and others only look at
 /// (0664).

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+/// @file
 /// Blocks of memory that the processes of one host share, found by a number that they agree on.
 /// Each is a System V segment of owner and group (0664). It is attached for reading and writing,
 /// which others may not do. It begins with its own usable length: 4 bytes, unsigned, in the host's

@@ -5,6 +5,7 @@
 #include "platform/KelNtpTime.h"
 #include "platform/VornExport.h"
 
+/// @file
 /// Names, texts and kinds of IPv4 addresses. Everywhere in the library an address is an unsigned
 /// 32-bit number in host byte order: the first dotted component is the most significant byte, and 0
 /// means none. A port is an int in host byte order.

@@ -28,7 +28,10 @@ public:
 class VORN_API HTNodeClass {
 public:
   /// Lock modes of the table's operations; any value but 0 counts as `LOCK`.
-  enum Locks : int { NO_LOCK = 0, LOCK = 1 };
+  enum Locks : int {
+    NO_LOCK = 0,  ///< the caller keeps other threads away
+    LOCK = 1,     ///< the table's own lock is held
+  };
 
   /// For the table, which alone makes and deletes nodes.
   virtual ~HTNodeClass();
@@ -48,6 +51,7 @@ public:
   void* data;  ///< what `InsertNode` was given; the table does not look at it
 
 protected:
+  /// For the table: an entry with `nodeData`, not marked.
   explicit HTNodeClass(void* nodeData) : data(nodeData) {}
 
 private:
@@ -115,10 +119,10 @@ public:
 /// - A walk that begins inside another walk, of this or another table, does not wait for them: both
 ///   could wait for ever. So threads that walk this table inside walks of another one, always one
 ///   or more of them at a time, can hold an insertion or a sweep up.
-/// - A visitor that inserts into another table, or sweeps it, waits while it holds up its own
-/// table.
-///   Keep one order of tables for that. A visitor must not wait for a thread that may be about to
-///   walk, change or sweep this table, for example for a mutex which that thread holds.
+/// - A visitor that inserts into another table, or sweeps it, holds up its own table meanwhile.
+///   Keep one order of tables for that.
+/// - A visitor must not wait for a thread that may be about to walk, change or sweep this table.
+///   That thread may hold a mutex for which the visitor waits.
 ///
 /// A found node is not locked: it is good until it is marked and swept. So a thread that revives a
 /// marked entry keeps sweeps away from its `Find` until its `Retain`. Nodes need no such care while
@@ -128,7 +132,10 @@ public:
 class HTClass {
 public:
   /// What `Find` looks among: bits of its `which`.
-  enum Which : short { IN_USE = 0x0001, MARKED = -0x8000 };
+  enum Which : short {
+    IN_USE = 0x0001,   ///< entries that are not marked for removal
+    MARKED = -0x8000,  ///< entries that are
+  };
 
   /// Makes an empty table, without an allocation.
   VORN_API HTClass();

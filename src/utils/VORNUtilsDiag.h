@@ -5,6 +5,7 @@
 
 struct VORNCDRStream;
 
+/// @file
 /// Diagnostics of the whole process. Each is read without a lock when it is needed, on the thread
 /// that needs it. Verbosity and listener are read atomically: a change by another thread is seen at
 /// one of the next reads. The texts are plain pointers: set them before other threads use the

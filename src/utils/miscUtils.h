@@ -3,6 +3,7 @@
 
 #include "platform/VornExport.h"
 
+/// @file
 /// Small helpers for the layers above. They keep no state; any thread may call them.
 
 /// Returns a copy of `src`, made with `malloc`. The caller owns it and releases it with `StrFree`.
