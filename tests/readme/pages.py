@@ -296,7 +296,7 @@ class Runner:
         ours = command.split()[0] in OURS
         text = "timeout -s INT --preserve-status %d %s" % (INLINE_LIMIT, command) if ours else command
         code, printed = self.session.run(text, COMMAND_LIMIT)
-        if code == 127 and not ours:
+        if code == 127 and command.split()[0] in OTHERS:
             print("skipped: %s:%d: %s: it is not installed here" % (self.options.page.name, line, command))
         elif code is None or code not in ((0, 1, 3, 4, 130) if ours else (0,)):
             self.fault(line, "`%s` ended with %s" % (command, code), printed)
