@@ -59,9 +59,9 @@ CLAIMS = [
     ("Windows hold 256 sequence numbers", lambda: header("reliability/VORNBitmap.h", "CAPACITY = 256;")),
     ("an endpoint on a descriptor of 1024 or above refuses to wait",
      lambda: source_has("src/net/VORNDGram.cpp", "FD_SETSIZE")),
-    ("The clock of `libvornplatform.so` counts the low 30 bits of the seconds since 1900",
-     lambda: source_has("src/platform/linux/KelNtpTime.cpp", r"ROLLOVER_SECONDS = .*\{1\} << 30;")),
-    ("its next wrap is in February 2036", lambda: 2036 <= wrap_year() < 2036 + 2 / 12),
+    ("The clock of `libvornplatform.so` [wraps](docs/architecture.md#the-seam) next in February 2036",
+     lambda: source_has("src/platform/linux/KelNtpTime.cpp", r"ROLLOVER_SECONDS = .*\{1\} << 30;")
+     and 2036 <= wrap_year() < 2036 + 2 / 12),
     ("corrected readings stay positive for 34 years of one process", lambda: 34 <= 2 ** 30 / 31556952 < 35),
 ]
 

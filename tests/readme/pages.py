@@ -206,7 +206,11 @@ class Session:
     def close(self):
         self.shell.kill()  # and with it all that is left in its process namespace
         self.shell.wait()
-        shutil.rmtree(self.folder, ignore_errors=True)
+        for _ in range(20):  # what is being killed may still write
+            shutil.rmtree(self.folder, ignore_errors=True)
+            if not os.path.exists(self.folder):
+                break
+            time.sleep(0.1)
 
 
 def unshare_find():
