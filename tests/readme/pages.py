@@ -45,7 +45,7 @@ OURS = ("vorndiag", "logger", "sensor", "filecast", "minimal")
 OTHERS = ("apt", "apt-get", "cmake", "ctest", "git", "ip", "ipcrm", "ipcs", "kill", "ls", "man", "nm", "ps",
           "ss", "sysctl", "systemctl", "systemd-analyze", "ulimit", "unshare")
 COMMAND_LIMIT = 10  # seconds; a page may ask for more with --limit
-INLINE_LIMIT = 1
+INLINE_LIMIT = 0.8
 
 
 class Step:
@@ -298,7 +298,7 @@ class Runner:
         self.count += 1
         self.command(Step(line, "run", "inline_scene"))
         ours = command.split()[0] in OURS
-        text = "timeout -s INT --preserve-status %d %s" % (INLINE_LIMIT, command) if ours else command
+        text = "timeout -s INT --preserve-status %g %s" % (INLINE_LIMIT, command) if ours else command
         code, printed = self.session.run(text, COMMAND_LIMIT)
         if code == 127 and command.split()[0] in OTHERS:
             print("skipped: %s:%d: %s: it is not installed here" % (self.options.page.name, line, command))
