@@ -170,6 +170,21 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
                           "KelDGramRelease");
 }
 
+TEST_F(Endpoint, LetsGoOfARecordOfNoGroupThatADerivedClassPutThere) {
+  struct Derived : VORNDGram {
+    using VORNDGram::_recvGroupManager;
+    using VORNDGram::VORNDGram;
+  };
+  {
+    Derived dgram(1, 0, nullptr, -1);
+    dgram._recvGroupManager->Add(9);
+    EXPECT_EQ(dgram.RecvMulticastGroupLeave(9), 0);
+    EXPECT_EQ(dgram._recvGroupManager->IsEmpty(), 0);
+    CallsDrain();
+  }
+  EXPECT_EQ(CallsDrain(), "KelDGramRelease");
+}
+
 TEST_F(Endpoint, CountsNoJoinThatFails) {
   const std::string failed = "VORN: unable to add multicast address 239.1.1.1 on interface ";
   const std::string first = "ADD_MEMBERSHIP 239.1.1.1 10.0.0.1",

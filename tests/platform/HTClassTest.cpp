@@ -19,7 +19,7 @@ struct CountingRemove : HTRemoveFunc {
 };
 
 struct Visitor : HTExecFunc, HTMatchFunc {
-  int LevelEntry(const HTKeyClass*, HTClass*, int) override { return 1; }
+  int LevelEntry(const HTKeyClass*, HTClass*, int) override { return enters ? 1 : 0; }
   int LevelExit(const HTKeyClass*, HTClass*, int) override { return 1; }
   int Match(const HTKeyClass*, HTNodeClass* node) override { return 1 - node->IsMarked(); }
   int Node(const HTKeyClass* key, HTNodeClass*, int) override {
@@ -28,6 +28,7 @@ struct Visitor : HTExecFunc, HTMatchFunc {
   }
   std::function<int(const char*)> visit = [](const char*) { return 1; };
   std::size_t nodes = 0;
+  bool enters = true;
 };
 
 void Fill(HTClass& table, int count) {
@@ -102,6 +103,10 @@ TEST(HTClass, KeysThatCannotBeKeptAreRefused) {
     EXPECT_EQ(table.InsertNode(key, nullptr, size, nullptr, HTNodeClass::LOCK), 0) << size;
   EXPECT_EQ(table.InsertNode(&text, nullptr, 5, nullptr, HTNodeClass::LOCK), 1);
   EXPECT_EQ(table.ForAllMatches(nullptr, nullptr, HTNodeClass::LOCK), 0) << "without a visitor";
+  Visitor visitor;
+  visitor.enters = false;
+  EXPECT_EQ(Walk(table, visitor), 0);
+  EXPECT_EQ(visitor.nodes, 0U);
 }
 
 TEST(HTClass, ChangesAreMadeWhileWalksOverlapWithoutPause) {

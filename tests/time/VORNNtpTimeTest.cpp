@@ -118,6 +118,7 @@ TEST(VORNNtpTime, TextsAreNearestNanosecondsWithinTwentyTwoBytes) {
       {Words(-1, UINT32_MAX), "-0.000000000"},
       {Words(-1, 1), "-1.000000000"},                // the nanoseconds reach 10^9 and carry
       {Words(INT_MIN, 1), "-2147483647.999999999"},  // no second left to carry into
+      {Words(INT_MIN, 1U << 31), "-2147483647.500000000"},
       {Words(INT_MIN, 0), "-2147483648.000000000"}};
   for (const auto& [time, text] : rows)
     EXPECT_EQ(Text(time), text);
