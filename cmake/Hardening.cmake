@@ -13,7 +13,7 @@ function(harden_when_optimised check flag)
 endfunction()
 
 harden_when_optimised(VORN_COMPILER_HAS_STACK_PROTECTOR -fstack-protector-strong)
-if(NOT "${CMAKE_CXX_FLAGS} $ENV{CPPFLAGS}" MATCHES "_FORTIFY_SOURCE")  # a site may ask for another level
+if(NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")  # a site may ask for another level
   harden_when_optimised(VORN_COMPILER_HAS_FORTIFY "-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2")
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|i[3-6]86|AMD64)$")
