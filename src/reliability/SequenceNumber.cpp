@@ -1,6 +1,8 @@
 // -5 is stored as { -1, 4294967291 }, and its text is -(0,5). It cannot be given to Set as a pair,
 // because the sign would have to stand on a zero.
 
+// Here the header's arithmetic becomes the functions that the library exports.
+#define SEQUENCE_NUMBER_INLINE
 #include "reliability/SequenceNumber.h"
 
 #include "platform/KelDebug.h"
@@ -8,8 +10,7 @@
 #include "utils/internal/CDRLayout.h"
 #include "utils/internal/WordPair.h"
 
-#include <climits>
-#include <cstdio>
+#include <charconv>
 
 namespace {
 
@@ -20,10 +21,6 @@ SequenceNumber NumberOf(WordPair pair) {
   number.high = pair.high;
   number.low = pair.low;
   return number;
-}
-
-WordPair PairOf(std::int32_t value) {
-  return {value < 0 ? -1 : 0, static_cast<std::uint32_t>(value)};
 }
 
 }  // namespace
@@ -41,38 +38,6 @@ void SequenceNumber::Set(long value) {
 void SequenceNumber::Set(long newHigh, unsigned long newLow) {
   *this = NumberOf(WordPairFromMagnitude(static_cast<std::int32_t>(newHigh),
                                          static_cast<std::uint32_t>(newLow)));
-}
-
-SequenceNumber SequenceNumber::operator++(int) {
-  const SequenceNumber before = *this;
-  Add(1);
-  return before;
-}
-
-SequenceNumber SequenceNumber::Add(int n) { return *this = *this + n; }
-
-SequenceNumber SequenceNumber::operator+(int n) const {
-  return NumberOf(WordPairAdd(PairOf(*this), PairOf(n)));
-}
-
-SequenceNumber SequenceNumber::operator-(int n) const {
-  return NumberOf(WordPairSubtract(PairOf(*this), PairOf(n)));
-}
-
-SequenceNumber SequenceNumber::operator+(const SequenceNumber& other) const {
-  return NumberOf(WordPairAdd(PairOf(*this), PairOf(other)));
-}
-
-SequenceNumber SequenceNumber::operator-(const SequenceNumber& other) const {
-  return NumberOf(WordPairSubtract(PairOf(*this), PairOf(other)));
-}
-
-// As an unsigned number, larger minus smaller is exact even where the signed difference wraps.
-int SequenceNumber::Distance(const SequenceNumber& other) const {
-  const bool isLarger = other < *this;
-  const std::uint64_t distance =
-      WordPairJoin(isLarger ? PairOf(*this - other) : PairOf(other - *this));
-  return distance > INT_MAX ? INT_MAX : static_cast<int>(distance);
 }
 
 SequenceNumber SequenceNumber::Absolute() const {
@@ -93,8 +58,15 @@ char* SequenceNumber::ToString(char* buffer, int /*length*/) const {
   if (buffer == nullptr)
     return nullptr;
   const SequenceNumber magnitude = Absolute();
-  std::snprintf(buffer, TEXT_SIZE, high < 0 ? "-(%ld,%lu)" : "(%ld,%lu)",
-                static_cast<long>(magnitude.high), static_cast<unsigned long>(magnitude.low));
+  char* end = buffer;
+  if (high < 0)
+    *end++ = '-';
+  *end++ = '(';
+  end = std::to_chars(end, buffer + TEXT_SIZE, magnitude.high).ptr;
+  *end++ = ',';
+  end = std::to_chars(end, buffer + TEXT_SIZE, magnitude.low).ptr;
+  *end++ = ')';
+  *end = '\0';
   return buffer;
 }
 

@@ -4,6 +4,7 @@
 #include "platform/VornExport.h"
 
 #include <cstdint>
+#include <cstring>
 
 struct VORNCDRStream;
 
@@ -29,13 +30,17 @@ public:
 
   /// The number with the value `value`. Every 64-bit value has one.
   static SequenceNumber FromInteger(std::int64_t value) {
+    const std::uint64_t words = WordsTurn(static_cast<std::uint64_t>(value));
     SequenceNumber number;
-    number.high = static_cast<std::int32_t>(value >> 32);
-    number.low = static_cast<std::uint32_t>(value);
+    std::memcpy(static_cast<void*>(&number), &words, sizeof words);
     return number;
   }
   /// The value as one integer: `FromInteger(n.IntegerGet())` equals `n`.
-  std::int64_t IntegerGet() const { return high * (std::int64_t{1} << 32) + low; }
+  std::int64_t IntegerGet() const {
+    std::uint64_t words = 0;
+    std::memcpy(&words, this, sizeof words);
+    return static_cast<std::int64_t>(WordsTurn(words));
+  }
 
   /// Sets `high` to -1 when `value` is negative and to 0 otherwise, and `low` to the low 32 bits of
   /// `value`. So the number equals every `value` from -4294967296 to 4294967295; where `long` is
@@ -97,6 +102,50 @@ public:
   /// Prints "(high,low)" with the words as they are stored, at every verbosity. The argument has no
   /// effect.
   void Print(unsigned int unused) const;
+
+private:
+  // `high` stands first, as the upper half of an integer does on a big-endian host; on others the
+  // halves change places. Both at once, because compilers make vector instructions of that.
+  static std::uint64_t WordsTurn(std::uint64_t words) {
+    return __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? words : words << 32 | words >> 32;
+  }
+  // Unsigned integers wrap where signed ones would overflow.
+  std::uint64_t UnsignedGet() const { return static_cast<std::uint64_t>(IntegerGet()); }
+  static SequenceNumber FromUnsigned(std::uint64_t value) {
+    return FromInteger(static_cast<std::int64_t>(value));
+  }
 };
+
+// The arithmetic is inline here, and exported as it always was, for programs that are linked
+// against it. SequenceNumber.cpp defines this word as nothing, which makes the exported functions.
+#ifndef SEQUENCE_NUMBER_INLINE
+#define SEQUENCE_NUMBER_INLINE inline
+#endif
+
+SEQUENCE_NUMBER_INLINE SequenceNumber SequenceNumber::operator+(int n) const {
+  return FromUnsigned(UnsignedGet() + static_cast<std::uint64_t>(n));
+}
+SEQUENCE_NUMBER_INLINE SequenceNumber SequenceNumber::operator-(int n) const {
+  return FromUnsigned(UnsignedGet() - static_cast<std::uint64_t>(n));
+}
+SEQUENCE_NUMBER_INLINE SequenceNumber SequenceNumber::operator+(const SequenceNumber& other) const {
+  return FromUnsigned(UnsignedGet() + other.UnsignedGet());
+}
+SEQUENCE_NUMBER_INLINE SequenceNumber SequenceNumber::operator-(const SequenceNumber& other) const {
+  return FromUnsigned(UnsignedGet() - other.UnsignedGet());
+}
+SEQUENCE_NUMBER_INLINE SequenceNumber SequenceNumber::Add(int n) { return *this = *this + n; }
+SEQUENCE_NUMBER_INLINE SequenceNumber SequenceNumber::operator++(int) {
+  const SequenceNumber before = *this;
+  Add(1);
+  return before;
+}
+SEQUENCE_NUMBER_INLINE int SequenceNumber::Distance(const SequenceNumber& other) const {
+  // As an unsigned number, larger minus smaller is exact even where the signed difference wraps.
+  const bool isLarger = other.IntegerGet() < IntegerGet();
+  const std::uint64_t distance =
+      isLarger ? UnsignedGet() - other.UnsignedGet() : other.UnsignedGet() - UnsignedGet();
+  return distance > INT32_MAX ? INT32_MAX : static_cast<int>(distance);
+}
 
 #endif
