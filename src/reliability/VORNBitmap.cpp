@@ -6,6 +6,8 @@
 // The dots are the tail: bits of a used word past the size. Everything below works a word at a
 // time; where the tail must not count, it is masked with TailMask.
 
+// Here the header's searches become the functions that the library exports.
+#define BITMAP_INLINE
 #include "reliability/VORNBitmap.h"
 
 #include "platform/VornCDRStream.h"
@@ -13,7 +15,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 
@@ -38,19 +40,6 @@ std::uint32_t BitMask(int k) { return (ALL_ONES / 2 + 1) >> (k % Bitmap::WORD_BI
 
 bool SizeIsStorable(std::int32_t size) { return size >= 0 && size <= Bitmap::CAPACITY; }
 
-// The first k at or after `from` in a window of `size` bits whose bit is set in words[] ^ flip, or
-// `size` when there is none.
-int FirstBitFind(const std::uint32_t* words, std::int32_t size, int from, std::uint32_t flip) {
-  std::uint32_t skipped = ALL_ONES >> (from % Bitmap::WORD_BITS);
-  for (int i = from / Bitmap::WORD_BITS; i < UsedWords(size); ++i) {
-    const std::uint32_t found = (words[i] ^ flip) & skipped & TailMask(size, i);
-    if (found != 0)
-      return i * Bitmap::WORD_BITS + std::countl_zero(found);
-    skipped = ALL_ONES;
-  }
-  return size;
-}
-
 // Moves whole words toward the lead. The last `shift` words keep what they held.
 void WordsMove(std::uint32_t* words, int count, int shift) {
   for (int i = 0; i + shift < count; ++i)
@@ -63,11 +52,28 @@ void BitsMove(std::uint32_t* words, int count, int shift) {
   words[count - 1] <<= shift;
 }
 
+constexpr int TEXT_GROUP = 8;  // bits between two commas
+constexpr char FOUR_BITS[][5] = {"0000", "0001", "0010", "0011", "0100", "0101", "0110", "0111",
+                                 "1000", "1001", "1010", "1011", "1100", "1101", "1110", "1111"};
+
+// The highest eight bits.
+void GroupWrite(char* text, std::uint32_t bits) {
+  std::memcpy(text, FOUR_BITS[bits >> 28], 4);
+  std::memcpy(text + 4, FOUR_BITS[bits >> 24 & 15], 4);
+}
+
 char* BitsWrite(char* text, const std::uint32_t* words, std::int32_t size) {
-  for (int k = 0; k < size; ++k) {
-    if (k > 0 && k % 8 == 0)
+  for (int k = 0; k < size; k += TEXT_GROUP) {
+    if (k > 0)
       *text++ = ',';
-    *text++ = (words[k / Bitmap::WORD_BITS] & BitMask(k)) != 0 ? '1' : '0';
+    const std::uint32_t bits = words[k / Bitmap::WORD_BITS] << (k % Bitmap::WORD_BITS);
+    const int count = std::min(size - k, TEXT_GROUP);
+    if (count == TEXT_GROUP)
+      GroupWrite(text, bits);
+    else
+      for (int i = 0; i < count; ++i)
+        text[i] = (bits & BitMask(i)) != 0 ? '1' : '0';
+    text += count;
   }
   return text;
 }
@@ -97,57 +103,26 @@ int Bitmap::Init(const SequenceNumber& newLead, int newSize, int fill) {
   return 1;
 }
 
-// The sum wraps near the end of the numbers. For a negative size it would wrap the other way, and
-// put nearly everything in range.
-int Bitmap::BitInRange(const SequenceNumber& sn) const {
-  if (words == nullptr || size <= 0)
-    return 0;
-  return lead <= sn && sn < lead + std::min<std::int32_t>(size, CAPACITY) ? 1 : 0;
-}
+int Bitmap::BitInRange(const SequenceNumber& sn) const { return BitFind(sn) >= 0 ? 1 : 0; }
 
 int Bitmap::BitSet(const SequenceNumber& sn, int value) {
-  if (BitInRange(sn) == 0)
+  const int k = BitFind(sn);
+  if (k < 0)
     return 0;
-  const int k = lead.Distance(sn);
   std::uint32_t& word = words[k / WORD_BITS];
   word = value != 0 ? word | BitMask(k) : word & ~BitMask(k);
   return 1;
 }
 
 int Bitmap::BitGet(const SequenceNumber& sn, int* value) const {
-  if (value == nullptr || BitInRange(sn) == 0)
+  const int k = value != nullptr ? BitFind(sn) : -1;
+  if (k < 0)
     return 0;
-  const int k = lead.Distance(sn);
   *value = (words[k / WORD_BITS] & BitMask(k)) != 0 ? 1 : 0;
   return 1;
 }
 
 SequenceNumber Bitmap::BitMaxGet() const { return lead + size - 1; }
-
-int Bitmap::Has(int value) {
-  if (words == nullptr || size <= 0)
-    return 0;
-  return FirstBitFind(words, size, 0, value != 0 ? 0 : ALL_ONES) < size ? 1 : 0;
-}
-
-int Bitmap::BitFirstGet(const SequenceNumber& from, int value, SequenceNumber* result) {
-  if (result == nullptr)
-    return 0;
-  // `from` and `result` may be the same object.
-  const SequenceNumber start = from;
-  *result = lead;
-  if (words == nullptr)
-    return 0;
-  if (start == lead && size == 0)
-    return 1;
-  if (BitInRange(start) == 0)
-    return 0;
-  int found = size;
-  if (value == 0 || value == 1)
-    found = FirstBitFind(words, size, lead.Distance(start), value != 0 ? 0 : ALL_ONES);
-  *result = lead + found;
-  return 1;
-}
 
 int Bitmap::LeadMove(const SequenceNumber& newLead) {
   if (words == nullptr || newLead < lead)
@@ -178,9 +153,10 @@ int Bitmap::Truncate(const SequenceNumber& sn) {
     size = 0;
     return 1;
   }
-  if (BitInRange(sn) == 0)
+  const int last = BitFind(sn);
+  if (last < 0)
     return 0;
-  size = lead.Distance(sn) + 1;
+  size = last + 1;
   return 1;
 }
 
@@ -258,7 +234,9 @@ char* Bitmap::ToString(char* buffer, int length) const {
     return nullptr;
   lead.ToString(buffer, length);
   char* end = buffer + std::strlen(buffer);
-  end += std::snprintf(end, sizeof "size -2147483648 ", "size %d ", size);
+  std::memcpy(end, "size ", 5);
+  end = std::to_chars(end + 5, buffer + TEXT_SIZE, size).ptr;
+  *end++ = ' ';
   // A size that a holder has written past the capacity has no bits that the buffer had room for.
   if (words != nullptr && size <= CAPACITY)
     end = BitsWrite(end, words, size);

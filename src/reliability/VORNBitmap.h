@@ -4,7 +4,9 @@
 #include "platform/VornExport.h"
 #include "reliability/SequenceNumber.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 struct VORNCDRStream;
 
@@ -107,6 +109,72 @@ public:
   /// `buffer` and returns it; null for a null buffer. The caller provides `TEXT_SIZE` bytes;
   /// `length` is not looked at.
   char* ToString(char* buffer, int length) const;
+
+private:
+  // Which bit stands for `sn`; -1 when none does. A window that would go past the largest number
+  // holds no bit at all.
+  int BitFind(const SequenceNumber& sn) const {
+    if (words == nullptr || size <= 0)
+      return -1;
+    const int bits = std::min<std::int32_t>(size, CAPACITY);
+    const std::uint64_t distance =
+        static_cast<std::uint64_t>(sn.IntegerGet()) - static_cast<std::uint64_t>(lead.IntegerGet());
+    return distance < static_cast<unsigned int>(bits) && lead.IntegerGet() <= INT64_MAX - bits
+               ? static_cast<int>(distance)
+               : -1;
+  }
+  // The bits from k on, a multiple of 64, as one number: the bit of k on top. A bit is set where
+  // the window's bit equals `value`. The block always has both words.
+  std::uint64_t EqualBitsGet(int k, bool value) const {
+    std::uint64_t pair = 0;
+    std::memcpy(&pair, words + k / WORD_BITS, sizeof pair);
+    if (__BYTE_ORDER__ != __ORDER_BIG_ENDIAN__)
+      pair = pair << WORD_BITS | pair >> WORD_BITS;
+    return value ? pair : ~pair;
+  }
+  // The first k at or after `from`, which is in the window, that equals `value`, or `size` when
+  // there is none. It searches the whole block: what it finds past the window lies past every bit
+  // of it, and a test less for each step counts more than the steps.
+  int FirstBitFind(int from, bool value) const {
+    int k = from - from % PAIR_BITS;
+    std::uint64_t found = EqualBitsGet(k, value) & UINT64_MAX >> (from - k);
+    while (found == 0 && (k += PAIR_BITS) < CAPACITY)
+      found = EqualBitsGet(k, value);
+    return found != 0 ? std::min<std::int32_t>(k + __builtin_clzll(found), size) : size;
+  }
+  static constexpr int PAIR_BITS = 2 * WORD_BITS;
 };
+
+// The searches are inline here, and exported as they always were, for programs that are linked
+// against them. VORNBitmap.cpp defines this word as nothing, which makes the exported functions.
+#ifndef BITMAP_INLINE
+#define BITMAP_INLINE inline
+#endif
+
+BITMAP_INLINE int Bitmap::Has(int value) {
+  if (words == nullptr || size <= 0)
+    return 0;
+  if (size < CAPACITY)
+    return FirstBitFind(0, value != 0) < size ? 1 : 0;
+  // The usual window has no tail, and all of it is looked at without a branch.
+  std::uint64_t equal = 0;
+  for (int k = 0; k < CAPACITY; k += PAIR_BITS)
+    equal |= EqualBitsGet(k, value != 0);
+  return equal != 0 ? 1 : 0;
+}
+
+BITMAP_INLINE int Bitmap::BitFirstGet(const SequenceNumber& from, int value,
+                                      SequenceNumber* result) {
+  if (result == nullptr)
+    return 0;
+  // Before the result is written, which may be the same object as `from`.
+  const int first = BitFind(from);
+  const bool isEnd = words != nullptr && size == 0 && from == lead;
+  *result = lead;
+  if (first < 0)
+    return isEnd ? 1 : 0;
+  *result = lead + (value == 0 || value == 1 ? FirstBitFind(first, value != 0) : size);
+  return 1;
+}
 
 #endif

@@ -6,14 +6,12 @@
 namespace {
 
 // Where an item of `count` bytes at this alignment (a power of two) begins, or -1 when it does not
-// fit. Every bound is tested by subtraction, so a damaged position cannot overflow the test.
+// fit. The sums have 64 bits, so a damaged position cannot overflow them.
 int ItemPlace(const VORNCDRStream* stream, int alignment, int count) {
-  if (stream == nullptr || stream->buffer == nullptr || stream->position < 0 || count < 0 ||
-      stream->position > stream->capacity)
+  if (stream == nullptr || stream->buffer == nullptr || stream->position < 0 || count < 0)
     return -1;
-  const int padding = -stream->position & (alignment - 1);
-  const int room = stream->capacity - stream->position;
-  return padding <= room && count <= room - padding ? stream->position + padding : -1;
+  const std::int64_t place = (std::int64_t{stream->position} + alignment - 1) & -alignment;
+  return place + count <= stream->capacity ? static_cast<int>(place) : -1;
 }
 
 bool SwapIsNeeded(const VORNCDRStream* stream) {
