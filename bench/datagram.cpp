@@ -6,6 +6,7 @@
 #include "floors.h"
 #include "net/VORNDGramMulticast.h"
 #include "platform/VornCDRStream.h"
+#include "support/Address.h"
 #include "support/Namespaces.h"
 #include "support/Timed.h"
 
@@ -21,14 +22,6 @@ constexpr int MOST_INTERFACES = 16;
 constexpr unsigned int LOCALHOST = 0x7F000001, GROUP = 0xEF010203, FIRST_NIC = 0x0A4D0101;
 
 char payload[LENGTH];
-
-sockaddr_in Address(unsigned int address, int port) {
-  sockaddr_in result{};
-  result.sin_family = AF_INET;
-  result.sin_addr.s_addr = htonl(address);
-  result.sin_port = htons(static_cast<std::uint16_t>(port));
-  return result;
-}
 
 int Sure(int result, const char* what) {
   if (result <= 0)

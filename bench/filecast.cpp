@@ -5,6 +5,7 @@
 #include "targets.h"
 
 #include "floors.h"
+#include "support/Address.h"
 #include "support/Namespaces.h"
 #include "support/Timed.h"
 
@@ -30,14 +31,6 @@ struct Site {
   std::string file;  // its bytes; the same are in the folder, under the name "file"
 };
 using SitePointer = std::shared_ptr<const Site>;
-
-sockaddr_in Address(unsigned int address, int port) {
-  sockaddr_in result{};
-  result.sin_family = AF_INET;
-  result.sin_addr.s_addr = htonl(address);
-  result.sin_port = htons(static_cast<std::uint16_t>(port));
-  return result;
-}
 
 void Check(bool isGood, const char* what) {
   if (!isGood)
