@@ -85,7 +85,7 @@ int VORNHostMaskMatchChecker::Node(const HTKeyClass* /*key*/, HTNodeClass* node,
     return 1;
   const bool isHost = entry->mask == VORN_HOST_MASK;
   (isHost ? _sawHost : _sawSubnet) = 1;
-  if (_skipLoopbackRule == 0 && entry->address == VORN_LOOPBACK_ADDRESS &&
+  if (entry->address == VORN_LOOPBACK_ADDRESS && _skipLoopbackRule == 0 &&
       VORNDGramClass::NICIsThisNodeIP(_ip) != 0)
     return 0;
   if ((_ip & entry->mask) == entry->address)

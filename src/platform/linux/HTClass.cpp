@@ -223,8 +223,10 @@ HTClass::Entry* HTClass::EntryFind(const HTKeyClass& key, unsigned int hash) con
 }
 
 bool HTClass::EntriesVisit(HTMatchFunc* match, HTExecFunc* exec) {
-  for (unsigned int i = 0; i < _bucketCount; ++i)
-    for (Entry* entry = _buckets[i]; entry != nullptr; entry = entry->next)
+  // Nobody changes the chains during a walk.
+  Entry* const* const end = _buckets + _bucketCount;
+  for (Entry* const* bucket = _buckets; bucket != end; ++bucket)
+    for (Entry* entry = *bucket; entry != nullptr; entry = entry->next)
       if ((match == nullptr || match->Match(&entry->key, entry) != 0) &&
           exec->Node(&entry->key, entry, 0) == 0)
         return false;
