@@ -124,6 +124,18 @@ void FormsRun(Runner& runner) {
                                             w.library.lead.low, SIZE};
              return floors::WordsStore(floors::WordsStore(w.bytes, head, 3), w.library.words, 8);
            })
+      .Add("a call for each item", Role::PEER,
+           [](Windows& w) {
+             floors::WordStream stream{w.bytes, w.bytes + sizeof w.bytes, true};
+             const auto high = static_cast<std::uint32_t>(w.library.lead.high);
+             const auto size = static_cast<std::uint32_t>(w.library.size);
+             bool isGood = floors::WordPut(&stream, &high) &&
+                           floors::WordPut(&stream, &w.library.lead.low) &&
+                           floors::WordPut(&stream, &size);
+             for (int i = 0; isGood && i < Bitmap::WORD_COUNT; ++i)
+               isGood = floors::WordPut(&stream, &w.library.words[i]);
+             return isGood;
+           })
       .Run(runner);
 }
 

@@ -162,6 +162,20 @@ inline char* WordsStore(char* place, const std::uint32_t* words, int count) {
     place = WordStore(place, words[i]);
   return place;
 }
+/// The same as a function that knows the room and the byte order only when it is called.
+struct WordStream {
+  char* place;
+  const char* end;
+  bool isSwapped;
+};
+[[gnu::noinline]] inline bool WordPut(WordStream* stream, const std::uint32_t* word) {
+  if (stream->end - stream->place < 4)
+    return false;
+  const std::uint32_t bytes = stream->isSwapped ? __builtin_bswap32(*word) : *word;
+  std::memcpy(stream->place, &bytes, sizeof bytes);
+  stream->place += sizeof bytes;
+  return true;
+}
 inline const char* WordLoad(const char* place, std::uint32_t* word) {
   std::memcpy(word, place, sizeof *word);
   *word = ntohl(*word);

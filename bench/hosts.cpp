@@ -9,6 +9,7 @@
 #include "net/miscIPUtils.h"
 #include "support/Timed.h"
 
+#include <deque>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -38,6 +39,18 @@ struct HostList {
   }
 };
 
+struct ArrayNode : HTNodeClass {
+  explicit ArrayNode(void* entry) : HTNodeClass(entry) {}
+};
+
+// What the table's interface costs without a table: a call of the visitor for each entry.
+bool VisitorAdmit(std::deque<ArrayNode>& nodes, HTExecFunc* visitor) {
+  for (ArrayNode& node : nodes)
+    if (visitor->Node(nullptr, &node, 0) == 0)
+      return true;
+  return false;
+}
+
 // The address is in no entry, so every entry is looked at.
 void MatchRun(Runner& runner, const char* name, unsigned int count, unsigned int mask) {
   const auto list = std::make_shared<HostList>(count, mask);
@@ -46,6 +59,13 @@ void MatchRun(Runner& runner, const char* name, unsigned int count, unsigned int
               Always([list] { return VornHostMaskMatch(&list->table, STRANGER, 1); }));
   subject.Add("floor", Role::FLOOR,
               Always([list] { return floors::HostAdmit(*Unknown(&list->entries), STRANGER); }));
+  const auto nodes = std::make_shared<std::deque<ArrayNode>>();
+  for (VORNHostMask& entry : list->entries)
+    nodes->emplace_back(&entry);
+  subject.Add("array and visitor", Role::PEER, Always([list, nodes] {
+                VORNHostMaskMatchChecker checker(STRANGER, 1);
+                return VisitorAdmit(*nodes, Unknown(&checker)) ? 1 : checker.IsIpMatch();
+              }));
   runner.Run(subject);
 }
 
