@@ -65,6 +65,13 @@ KELNtpTime LowerLayerRead() {
   return time;
 }
 
+// What the clock's interface costs: a virtual call, and in it one of the lower layer.
+class ForwardingClock : public VORNClockClass {
+public:
+  void TimeGet(KELNtpTime* time) override { KelNtpTimeGet(time); }
+  int IsValid() const override { return 1; }
+};
+
 timespec SystemRead() {
   timespec time;
   clock_gettime(CLOCK_MONOTONIC, &time);
@@ -87,18 +94,22 @@ KELNtpTime LockedRead() {
 }  // namespace
 
 void ClockBench(Runner& runner) {
-  const auto clock = std::make_shared<VORNClock>();
-  const auto read = [clock] {
-    KELNtpTime time;
-    clock->TimeGet(&time);
-    return time;
+  const auto reader = [](const std::shared_ptr<VORNClockClass>& clock) {
+    return [clock] {
+      KELNtpTime time;
+      Unknown(clock.get())->TimeGet(&time);
+      return time;
+    };
   };
+  const auto read = reader(std::make_shared<VORNClock>());
+  const auto forward = reader(std::make_shared<ForwardingClock>());
   for (int threads = 1; threads <= 8; threads *= runner.IsQuick() ? 8 : 2) {
     Case subject{"clock", "threads", threads};
     subject.effort = 2;
     subject.Add("library", Role::LIBRARY, Threads(read, threads));
     subject.Add("floor", Role::FLOOR, Threads(SystemRead, threads));
     subject.Add("lower layer", Role::PEER, Threads(LowerLayerRead, threads));
+    subject.Add("virtual call of it", Role::PEER, Threads(forward, threads));
     subject.Add("under a mutex", Role::PEER, Threads(LockedRead, threads));
     runner.Run(subject);
   }

@@ -57,8 +57,9 @@ using SharedUnsigned = std::atomic_ref<std::uint32_t>;
 
 // Wraps, and does not saturate: the infinite time means nothing to a clock.
 KELNtpTime TimeAdd(const KELNtpTime& a, const KELNtpTime& b) {
-  const WordPair sum = WordPairAdd({a.sec, a.frac}, {b.sec, b.frac});
-  return {sum.high, sum.low};
+  KELNtpTime sum;
+  WordPairStore(&sum, WordPairLoad(&a) + WordPairJoin({b.sec, b.frac}));
+  return sum;
 }
 
 KELNtpTime OffsetLoad(KELNtpTime& offset) {

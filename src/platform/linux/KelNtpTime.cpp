@@ -8,8 +8,10 @@
 
 #include "platform/KelNtpTime.h"
 
+#include <bit>
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 namespace {
@@ -51,6 +53,16 @@ std::uint32_t FractionOf(std::int64_t nanoseconds) {
                                     static_cast<std::uint64_t>(NANOSECONDS));
 }
 
+// Both words in one store. The clock loads them together, and a processor would wait there until
+// two stores have left it.
+void TimeStore(KELNtpTime* time, std::uint32_t seconds, std::uint32_t fraction) {
+  constexpr bool IS_BIG = std::endian::native == std::endian::big;
+  const std::uint64_t first = IS_BIG ? fraction : seconds;
+  const std::uint64_t second = IS_BIG ? seconds : fraction;
+  const std::uint64_t words = second << 32 | first;
+  std::memcpy(static_cast<void*>(time), &words, sizeof words);
+}
+
 }  // namespace
 
 int KelNtpTimeInit(KELNtpTime* clockInfo, KELNtpTime* rollover) {
@@ -77,8 +89,8 @@ int KelNtpTimeGet(KELNtpTime* time) {
     nanoseconds -= NANOSECONDS;
     ++seconds;
   }
-  time->sec = static_cast<std::int32_t>(seconds & (ROLLOVER_SECONDS - 1));
-  time->frac = FractionOf(nanoseconds);
+  TimeStore(time, static_cast<std::uint32_t>(seconds & (ROLLOVER_SECONDS - 1)),
+            FractionOf(nanoseconds));
   return 1;
 }
 

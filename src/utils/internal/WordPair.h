@@ -1,7 +1,9 @@
 #ifndef UTILS_INTERNAL_WORD_PAIR_H
 #define UTILS_INTERNAL_WORD_PAIR_H
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 /// Arithmetic of a 64-bit two's-complement number that is stored as two 32-bit words: seconds and
 /// fraction of a time, halves of a sequence number. Carry and borrow between the words are those of
@@ -42,6 +44,21 @@ constexpr WordPair WordPairFromMagnitude(std::int32_t high, std::uint32_t low) {
   if (high >= 0)
     return {high, low};
   return WordPairSplit((static_cast<std::uint64_t>(static_cast<std::uint32_t>(high)) << 32) - low);
+}
+
+/// The joined number of two words that lie one after the other at `place`, the high one first. One
+/// load, and one store: where a processor meets a load of both words after a store of each, it
+/// waits until both stores have left it.
+inline std::uint64_t WordPairLoad(const void* place) {
+  std::uint64_t words = 0;
+  std::memcpy(&words, place, sizeof words);
+  return std::endian::native == std::endian::big ? words : std::rotl(words, 32);
+}
+
+inline void WordPairStore(void* place, std::uint64_t value) {
+  const std::uint64_t words =
+      std::endian::native == std::endian::big ? value : std::rotl(value, 32);
+  std::memcpy(place, &words, sizeof words);
 }
 
 #endif
