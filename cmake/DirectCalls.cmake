@@ -8,8 +8,9 @@ foreach(name IN ITEMS vornutils vornplatform)
 endforeach()
 
 # The tests link the libraries' objects and replace calls between them. Link-time optimisation would
-# leave none to replace, so it is for a release build without tests.
-if(NOT VORN_BUILD_TESTS)
+# leave none to replace, so it is for a release build without tests; and not for static libraries, which
+# other compilers could not link then.
+if(BUILD_SHARED_LIBS AND NOT VORN_BUILD_TESTS)
   include(CheckIPOSupported)
   check_ipo_supported(RESULT hasLinkTimeOptimisation LANGUAGES CXX)
   if(hasLinkTimeOptimisation)
