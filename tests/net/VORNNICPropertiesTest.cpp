@@ -136,9 +136,10 @@ TEST_F(InterfaceList, LivesFromFirstUserToLastAndIsReadOnce) {
   MessagesExpect({{1, "VORN: can't destroy NIC list, refcount already 0 (too many calls to "
                       "VornAppDestroy?)\n"}},
                  [] { EXPECT_EQ(Class::NICDestroy(), 0); });
-  VORNNICProperties record{};
+  VORNNICProperties record{0, 9};
   VORN_NIC = &record;
   EXPECT_EQ(Class::NICIsValid(), 0) << "a table of no records";
+  EXPECT_EQ(Class::NICIsThisNodeIP(9), 0);
   VORN_NIC = nullptr;
 }
 

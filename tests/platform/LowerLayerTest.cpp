@@ -160,10 +160,12 @@ TEST(CDRStream, RefusesWhatIsDamaged) {
   }
   VORNCDRStream stream{0, bytes, 8, 0};
   VornCDRStreamInitialize(nullptr, bytes, 8, VORN_CDR_BIG_ENDIAN);
+  EXPECT_EQ(VORNCDRStream().byteOrder, VORN_CDR_BIG_ENDIAN);
   // clang-format off
   ResultsExpect(0, {{"null item", VornCDR4ByteSerialize(&stream, nullptr)},
                     {"null place", VornCDR4ByteDeserialize(&stream, nullptr)},
                     {"null octets", VornCDROctetsSerialize(&stream, nullptr, 1)},
+                    {"no place for octets", VornCDROctetsDeserialize(&stream, nullptr, 1)},
                     {"no stream", VornCDR4ByteSerialize(nullptr, item)},
                     {"none to set", VornCDRStreamPositionSet(nullptr, 0)}, {"none to ask", VornCDRStreamPositionGet(nullptr)},
                     {"negative position", VornCDRStreamPositionSet(&stream, -1)}});

@@ -18,6 +18,7 @@ TEST_F(Utils, TextsAndSizes) {
   EXPECT_STREQ(FastModeToString(-1), "fast mode");
   EXPECT_STREQ(FastModeToString(0), "slow mode");
   EXPECT_STREQ(SafeString(nullptr), "(NULL)");
+  EXPECT_EQ(VornVersionNumberToString(1, nullptr), nullptr);
   char* copy = StrDup("");
   EXPECT_STREQ(SafeString(copy), "");
   EXPECT_EQ(StrFree(copy), 1);
