@@ -12,8 +12,6 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The tools' dependency on the library is written below, since the library is in no package database yet.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
 # The generator puts any other summary before those of the components.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_NAME} built using CMake")
@@ -21,7 +19,15 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_NAME} built using CMake")
 set(library_package libvornutils${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
+# What a package depends on whose programs call the libraries: the version that brought the last names.
+set(shlibs "")
+foreach(name IN ITEMS vornplatform vornutils)
+  string(APPEND shlibs "lib${name} ${PROJECT_VERSION_MAJOR} ${library_package} "
+    "(>= ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})\n")
+endforeach()
+file(CONFIGURE OUTPUT debian/shlibs CONTENT "${shlibs}" @ONLY)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_SOURCE_DIR}/cmake/debian/triggers ${PROJECT_BINARY_DIR}/debian/shlibs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "support layer of a publish-subscribe middleware
 Message queues between the processes of a host, UDP endpoints that send and
 receive multicast on every usable interface, timed events, sequence numbers

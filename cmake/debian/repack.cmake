@@ -2,6 +2,10 @@
 # debug symbols name files of the build, these packages lack the documents of the others, and the library's
 # scripts do by hand what its trigger has done.
 find_program(dpkg_deb dpkg-deb REQUIRED)
+set(compression "")
+if(CPACK_DEBIAN_COMPRESSION_TYPE)
+  set(compression -Z${CPACK_DEBIAN_COMPRESSION_TYPE})
+endif()
 
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   get_filename_component(name ${package} NAME)
@@ -23,6 +27,6 @@ foreach(package IN LISTS CPACK_PACKAGE_FILES)
   else()
     file(REMOVE ${folder}/DEBIAN/postinst ${folder}/DEBIAN/postrm)
   endif()
-  execute_process(COMMAND ${dpkg_deb} --root-owner-group -b ${folder} ${package}
+  execute_process(COMMAND ${dpkg_deb} --root-owner-group ${compression} -b ${folder} ${package}
     OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
