@@ -9,10 +9,13 @@ if(TARGET vorndiag)
 endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The tools' dependency on the library is written below, since the library is in no package database yet.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
+# Not for all at once: the generator would ask of each header what kind of file it is.
+foreach(component IN ITEMS RUNTIME TOOLS)
+  set(CPACK_DEBIAN_${component}_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_${component}_DEBUGINFO_PACKAGE ON)
+endforeach()
 # The generator puts any other summary before those of the components.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_NAME} built using CMake")
 
@@ -36,8 +39,6 @@ and host lists, with the lower layer that they call.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvornutils-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_DEVELOPMENT_DEBUGINFO_PACKAGE OFF)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "support layer of a publish-subscribe middleware: development files
 Headers, files for CMake and pkg-config, and the sources of a program that
 checks a lower layer of one's own.")
