@@ -97,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
   Header header;
   if (!HeaderRead(&stream, &header))
     return 0;
-  bool isComplete = false;
+  ExitCode reason = ExitCode::OK;
   switch (header.kind) {
   case Kind::HEARTBEAT:
     HeartbeatTry(&stream, header, datagram);
@@ -109,7 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
     WindowTry(&stream, header, datagram);
     break;
   case Kind::END:
-    EndRead(&stream, &isComplete);
+    EndRead(&stream, &reason);
   }
   return 0;
 }

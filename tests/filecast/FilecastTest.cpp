@@ -1,3 +1,4 @@
+#include "program/Progress.h"
 #include "receiver/IncomingFile.h"
 #include "sender/SendSchedule.h"
 #include "wire/Checksum.h"
@@ -30,7 +31,7 @@ struct Reading {
              (header.kind == Kind::HEARTBEAT ? HeartbeatRead(&s, header, &heartbeat)
               : header.kind == Kind::SAMPLE  ? SampleRead(&s, &data, &length)
               : header.kind == Kind::WINDOW  ? WindowRead(&s, header, &head, &arrived)
-                                             : EndRead(&s, &complete)) &&
+                                             : EndRead(&s, &reason)) &&
              (data == nullptr || data + length == bytes.data() + bytes.size());
   }
   std::string bytes;
@@ -40,7 +41,8 @@ struct Reading {
   Bitmap arrived{0, SequenceNumber(), 0};
   const char* data = nullptr;
   int length = 0;
-  bool complete = false, isGood = false;
+  ExitCode reason = ExitCode::OK;
+  bool isGood = false;
 };
 
 std::vector<std::string> Examples() {
@@ -52,8 +54,8 @@ std::vector<std::string> Examples() {
   };
   return {Written(HeartbeatWrite, as(Kind::HEARTBEAT, 37), Heartbeat{3, 40001, file}),
           Written(SampleWrite, as(Kind::SAMPLE, 2), "hello", 5),
-          Written(WindowWrite, as(Kind::WINDOW, 33), WindowHead{0x11223344, 3, {}}, arrived),
-          Written(EndWrite, as(Kind::END, 72), true)};
+          Written(WindowWrite, as(Kind::WINDOW, 33), WindowHead{0x11223344, 3, {}, {}}, arrived),
+          Written(EndWrite, as(Kind::END, 72), ExitCode::OK)};
 }
 
 // The page shows each in lines of hexadecimal; what comes after two blanks explains them.
@@ -89,7 +91,7 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
   using enum Kind;
   // clang-format off
   const struct { const char* what; Kind kind; std::size_t offset; std::uint32_t word; bool isGood; } rows[] = {
-      {"other magic", HEARTBEAT, 0, 0x56464332, false},
+      {"other magic", HEARTBEAT, 0, 0x56464331, false},
       {"no session", HEARTBEAT, 4, 0, false},
       {"kind 0", END, 8, 0, false},
       {"kind 5", END, 8, 5, false},
@@ -105,10 +107,11 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
       {"samples too long", HEARTBEAT, 52, 1409, false},
       {"hidden name", HEARTBEAT, 60, 0x2E6F7465, false},
       {"number is not the bitmap's", WINDOW, 24, 32, false},
-      {"failed", WINDOW, 36, 2, true},
+      {"failed without a reason", WINDOW, 36, 2, false},
+      {"a reason without a failure", WINDOW, 40, 12, false},
       {"state 3", WINDOW, 36, 3, false},
-      {"interrupted", END, 28, 0, true},
-      {"flag 2", END, 28, 2, false},
+      {"last reason", END, 28, 18, true},
+      {"reason after the last", END, 28, 19, false},
   };
   // clang-format on
   const std::vector<std::string> examples = Examples();
@@ -118,7 +121,12 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
       datagram[row.offset + i] = static_cast<char>(row.word >> (24 - 8 * i));
     EXPECT_EQ(Reading(datagram).isGood, row.isGood) << row.what;
   }
-  const Bitmap first(5, SequenceNumber(), 0);
+  const Bitmap first(5, SequenceNumber(), 0), one(5, SequenceNumber(1), 0);
+  const WindowHead failed{1, 1, TransferState::FAILED, ExitCode::DISK_FULL};
+  const Reading failure(
+      Written(WindowWrite, Header{1, WINDOW, {}, SequenceNumber(1)}, failed, one));
+  EXPECT_TRUE(failure.isGood);
+  EXPECT_EQ(failure.head.reason, ExitCode::DISK_FULL);
   const Heartbeat longest{1, 1, {1, 0, 1, std::string(256, 'a')}};
   EXPECT_FALSE(
       Reading(Written(WindowWrite, Header{1, WINDOW, {}, {}}, WindowHead(), first)).isGood);
@@ -133,6 +141,24 @@ TEST(DatagramTest, NamesAreThoseOfPlainFiles) {
   for (const std::string& name : {""s, "."s, "../a"s, "/a"s, "a/b"s, ".hidden"s, "a\nb"s,
                                   "\x1B[2J"s, "\x7F"s, "a\0"s, std::string(256, 'a')})
     EXPECT_FALSE(FileNameIsSafe(name)) << name;
+}
+
+TEST(ProgressTest, FillsTheColumnsThatThereAre) {
+  const ProgressView half{"notes.txt", 50000000, 100000000, 2e6}, slow{"n", 0, 1, 1e-9};
+  const ProgressView umlauts{"\xC3\xA4\xC3\xA4\xC3\xA4", 0, 0, 0};
+  // clang-format off
+  const struct { const char* what; const ProgressView& view; int columns; const char* text; } rows[] = {
+      {"all fits", half, 80, "notes.txt                [############             ]  50 %, 2.0 MB/s, 0:25 left"},
+      {"no room for a bar", half, 60, "notes.txt                 50 %, 2.0 MB/s, 0:25 left"},
+      {"room for a short name", half, 30, "no  50 %, 2.0 MB/s, 0:25 left"},
+      {"no room for figures", half, 14, "notes.t  50 %"},
+      {"room for nothing", half, 5, ""},
+      {"no end in sight", slow, 40, "n                         0 %, 0.0 MB/s"},
+      {"an empty file, cut between characters", umlauts, 9, "\xC3\xA4\xC3\xA4 100 %"},
+  };
+  // clang-format on
+  for (const auto& row : rows)
+    EXPECT_EQ(ProgressLine(row.view, row.columns), row.text) << row.what;
 }
 
 bool Hear(SendSchedule* sender, const WindowHead& head, std::int64_t lead, int size, int second) {
@@ -163,7 +189,7 @@ TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
   std::size_t applied = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    const WindowHead head{++id, row.heartbeat, row.state};
+    const WindowHead head{++id, row.heartbeat, row.state, {}};
     EXPECT_EQ(Hear(&sender, head, row.lead, row.size, 0), row.isApplied);
     applied += row.isApplied ? 1 : 0;
     EXPECT_EQ(sender.PeersGet().size(), applied);
@@ -183,7 +209,7 @@ TEST(SendScheduleTest, RunsOneWindowAheadOfTheSlowestThatKeepsUp) {
   };
   // clang-format on
   for (const auto& row : rows) {
-    EXPECT_TRUE(Hear(&sender, {row.id, 1, {}}, row.lead, 0, 0)) << row.what;
+    EXPECT_TRUE(Hear(&sender, {row.id, 1, {}, {}}, row.lead, 0, 0)) << row.what;
     while (sender.SampleNext()) {
     }
     EXPECT_EQ(sender.HighestGet(), row.highest) << row.what;
@@ -195,17 +221,18 @@ TEST(SendScheduleTest, KeepsReceiversApartAndGivesUpTheSilent) {
   sender.HeartbeatNext(1);
   using enum TransferState;
   for (std::uint32_t id = 1; id <= 64; ++id)
-    EXPECT_TRUE(Hear(&sender, {id, 1, RECEIVING}, 1, 0, 0)) << id;
-  EXPECT_FALSE(Hear(&sender, {65, 1, RECEIVING}, 1, 0, 0));
-  EXPECT_TRUE(Hear(&sender, {1, 1, FAILED}, 1, 0, 0));
-  EXPECT_TRUE(Hear(&sender, {1, 1, RECEIVING}, 1, 0, 0));
+    EXPECT_TRUE(Hear(&sender, {id, 1, RECEIVING, {}}, 1, 0, 0)) << id;
+  EXPECT_FALSE(Hear(&sender, {65, 1, RECEIVING, {}}, 1, 0, 0));
+  EXPECT_TRUE(Hear(&sender, {1, 1, FAILED, ExitCode::DISK_FULL}, 1, 0, 0));
+  EXPECT_TRUE(Hear(&sender, {1, 1, RECEIVING, {}}, 1, 0, 0));
   EXPECT_EQ(sender.CountIn(FAILED), 1);
+  EXPECT_EQ(sender.PeersGet()[0].reason, ExitCode::DISK_FULL);
   sender.LostPeersFind(VORNNtpTime(2, 0), VORNNtpTime(2, 0));
   EXPECT_EQ(sender.LostCount(), 0);
-  EXPECT_TRUE(Hear(&sender, {2, 1, RECEIVING}, 1, 0, 1));
+  EXPECT_TRUE(Hear(&sender, {2, 1, RECEIVING, {}}, 1, 0, 1));
   sender.LostPeersFind(VORNNtpTime(3, 0), VORNNtpTime(2, 0));
   EXPECT_EQ(sender.LostCount(), 62);
-  EXPECT_TRUE(Hear(&sender, {3, 1, RECEIVING}, 1, 0, 3));
+  EXPECT_TRUE(Hear(&sender, {3, 1, RECEIVING, {}}, 1, 0, 3));
   EXPECT_EQ(sender.LostCount(), 61);
 }
 
@@ -239,7 +266,7 @@ TEST(IncomingFileTest, IsWrittenWholeOrRemovedWithItsReason) {
                    number == ALL ? 7 : 10, VORNNtpTime());
   };
   const auto end = [&](IncomingFile& file) {
-    file.EndNote(true, VORNNtpTime());
+    file.EndNote(ExitCode::OK, VORNNtpTime());
     add(file, ALL);
   };
   using enum TransferState;

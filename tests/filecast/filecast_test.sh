@@ -17,7 +17,7 @@ failures=0
 folder=$(mktemp -d)
 unshare -n sleep 110 &
 holder=$!
-trap 'kill "$holder" $(jobs -p) 2>/dev/null; wait; umount "$folder/small" 2>/dev/null; rm -rf "$folder"' EXIT
+trap 'kill "$holder" $(jobs -p) 2>/dev/null; wait; umount "$folder"/disk* 2>/dev/null; rm -rf "$folder"' EXIT
 trap 'exit 1' INT TERM
 for ((i = 0; i < 200; i++)); do
   [[ $(readlink "/proc/$holder/ns/net") == "$(readlink /proc/self/ns/net)" ]] || break
@@ -44,19 +44,14 @@ code_is() { # WHAT CODE EXPECTED
 }
 recv() { "${there[@]}" "$filecast" recv "$@" --wait 20 >>recv.log 2>&1; }
 send() { "$filecast" send "$@" >send.log 2>&1; }
-await_begun() { # FOLDER...: until each holds a second file, the copy that has begun
-  for ((i = 0; i < 1000; i++)); do
-    local begun=0
-    for copy in "$@"; do [[ $(ls -A "$copy" | wc -l) -lt 2 ]] || begun=$((begun + 1)); done
-    [[ $begun -lt $# ]] || break
-    sleep 0.02
-  done
-}
 await_quarter() { # until the sender shows that it has sent 25 % or more
   for ((i = 0; i < 500; i++)); do
     grep -q 'sent [2-9]' send.log && break
     sleep 0.02
   done
+}
+ended_by() { # WHAT SECONDS: what began when SECONDS was $SECONDS has not waited for patience
+  check "$1 does not wait" test $((SECONDS - $2)) -lt 15
 }
 
 # Three receivers with losses; an old copy is replaced, and nothing else is left.
@@ -99,6 +94,8 @@ code_is "no interface in the listed subnets" $? 5
 # What is wrong from the start.
 send missing; code_is "file missing" $? 3
 send data --rate x; code_is "wrong option" $? 2
+recv r4 --from 10.99.0.1; code_is "no address of this host" $? 7
+check "the option at fault is named" grep -q -- '--from: cannot use 10.99.0.1: this host' recv.log
 recv nowhere; code_is "folder missing" $? 4
 "${there[@]}" "$filecast" recv r4 --at 10.77.0.66:7500 >>recv.log 2>&1 &
 holds_port=$!
@@ -109,26 +106,68 @@ kill "$holds_port"; wait "$holds_port"
 code_is "interrupted while it waits" $? 17
 send data --wait 0.3; code_is "nobody there" $? 9
 
-# One receiver has no room, one is killed, one is interrupted; the last one gets its file.
-mkdir small && mount -t tmpfs -o size=1m none small
+# A refusal comes before the transfer, and says why.
+mkdir -p disk1 disk2 disk3 taken/data
+mount -t tmpfs -o size=1m none disk1
+recv disk1 & full=$!
+recv taken & taken=$!
+send data --receivers 2; code_is "sender that all refuse" $? 10
+wait "$full"; code_is "disk too small" $? 12
+wait "$taken"; code_is "name taken by a folder" $? 18
+check "a small disk is told" grep -q 'failed: no room for the received file' send.log
+check "a taken name is told" grep -q 'failed: a folder has the name of the received file' send.log
+check "nothing is sent in vain" grep -q ' 0 samples, of them 0 repairs' send.log
+check "the plural is right" grep -q '2 receivers do not have the file' send.log
+
+# One disk becomes full, one receiver is killed, one interrupted; only the last one gets its file.
+mount -t tmpfs -o size=5m none disk2
+mount -t tmpfs none disk3
 echo old >r2/data
 recv r1 & whole=$!
-recv small & full=$!
-"${there[@]}" "$filecast" recv r2 >>recv.log 2>&1 & interrupted=$!
-"${there[@]}" "$filecast" recv r3 >>recv.log 2>&1 & killed=$!
+recv disk2 & full=$!
+# Without /proc no file can be linked by its descriptor, so this one has a hidden name.
+"${there[@]}" unshare -m sh -c 'mount -t tmpfs none /proc && exec "$0" recv r2' "$filecast" >>recv.log 2>&1 & interrupted=$!
+"${there[@]}" "$filecast" recv disk3 >>recv.log 2>&1 & killed=$!
 send data --receivers 4 --rate 1 --patience 5 & sending=$!
-await_begun r2 r3
+await_quarter
+head -c 4m /dev/zero >disk2/other
+check "a file without a link has a hidden name" test "$(ls -A r2 | wc -l)" -eq 2
+check "any other has no name" test -z "$(ls -A disk3)"
 kill -KILL "$killed"
 kill -TERM "$interrupted"
 wait "$interrupted"; code_is "interrupted receiver" $? 17
 check "an interrupted receiver leaves the old file alone" test "$(cat r2/data)" = old
 check "an interrupted receiver leaves nothing else" test "$(ls -A r2)" = data
+check "a killed receiver leaves nothing" test -z "$(ls -A disk3)"
 wait "$full"; code_is "disk full" $? 12
-check "nothing stays on a full disk" test -z "$(ls -A small)"
+check "nothing stays on a full disk" test "$(ls -A disk2)" = other
 wait "$whole"; code_is "the other receiver" $? 0
 wait "$sending"; code_is "sender with a lost receiver" $? 10
 check "the other copy is the same" cmp data r1/data
+check "a full disk is told" grep -q 'failed: no room for the received file' send.log
+check "an interrupted receiver is told" grep -q 'failed: ended by a signal' send.log
 check "a lost receiver is named" grep -q 'lost: it fell silent' send.log
+
+# The only receiver is interrupted: the sender ends at once. So do receivers of a file that shrinks.
+"${there[@]}" "$filecast" recv r1 >>recv.log 2>&1 & interrupted=$!
+send data --rate 0.5 --patience 60 & sending=$!
+await_quarter
+began=$SECONDS
+kill -INT "$interrupted"; wait "$interrupted"
+wait "$sending"; code_is "sender of an interrupted receiver" $? 10
+ended_by "the sender" "$began"
+check "the singular is right" grep -q '1 receiver does not have the file' send.log
+check "only what was carried counts" grep -Eq ': [01][.][0-9] MB in' send.log
+cp data shrinking
+recv r1 --patience 60 & told=$!
+send shrinking --rate 0.5 --name other & sending=$!
+await_quarter
+began=$SECONDS
+truncate -s 100 shrinking
+wait "$sending"; code_is "sender of a file that shrinks" $? 11
+wait "$told"; code_is "receiver of a file that shrinks" $? 16
+ended_by "the receiver" "$began"
+check "the reason is told" grep -q 'other: the sender gave up: the file became shorter' recv.log
 
 # An address that cannot be reached holds up nobody else.
 recv r1 --at 10.77.0.2 & whole=$!
@@ -147,6 +186,14 @@ check "the reason is told" grep -q 'the sender was interrupted' recv.log
 
 for name in $("$filecast" --help | sed -n 's/^ *[0-9]* \([A-Z_]*\) .*/\1/p'); do
   check "$name is in docs/filecast.md" grep -q "\`$name\`" "$page"
+done
+options=$("$filecast" send --help; "$filecast" recv --help)
+while IFS='|' read -r option low high standard; do
+  check "the limits and default of $option are in docs/filecast.md" \
+    grep -Eq "^\| \`$option N\` \| [a-z]+ \| $standard \| $low to $high \|" "$page"
+done < <(sed -n 's/^ *\(--[a-z]*\) N .*(\([^ ]*\) to \(.*\), default \(.*\))$/\1|\2|\3|\4/p' <<<"$options")
+for option in $(grep -o '^ *--[a-z]*' <<<"$options"); do
+  check "$option is in docs/filecast.md" grep -q "^| \`$option[ \`]" "$page"
 done
 if [[ $failures -gt 0 ]]; then
   tail -n 50 recv.log send.log

@@ -17,7 +17,7 @@ struct Options {
   double drop = 0;                      ///< share of the datagrams to be lost on purpose
   std::uint32_t seed = 1;
   double patience = 10;  ///< silence after which the other side is lost
-  double wait = 0;       ///< for the other side to appear; 0 at a receiver: for ever
+  double wait = 0;       ///< for the other side to appear; 0: for ever, at a sender as `patience`
   int verbosity = -1;    ///< of the library
 
   // send

@@ -13,6 +13,7 @@
 namespace {
 
 constexpr double WATCH_PERIOD = 0.1;
+constexpr int INTERRUPT_COUNT = 5;  // windows that tell a sender; some of them can be lost
 
 int FolderOpen(const std::string& path) {
   const int folder = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -66,8 +67,10 @@ ExitCode ReceiveCommand::Run() {
       },
       [this] { return _filesOver >= _options.files; });
   _progress.Clear();
-  if (IsInterrupted())
+  if (IsInterrupted()) {
+    InterruptSay();
     throw Failure(ExitCode::INTERRUPTED, "interrupted; unfinished files are removed");
+  }
   CountsSay();
   if (_failure)
     throw Failure(*_failure);
@@ -79,7 +82,8 @@ Inbox::Verdict ReceiveCommand::DatagramHandle(VORNCDRStream* stream, const Heade
   if (header.kind == Kind::HEARTBEAT)
     return HeartbeatHandle(stream, header, source);
   // The same sender may be heard through two interfaces, from two addresses. One is enough.
-  IncomingFile* incoming = FileFind(header.session);
+  Slot* slot = SlotFind(header.session);
+  IncomingFile* incoming = slot != nullptr ? slot->file.get() : nullptr;
   if (incoming == nullptr || incoming->SenderGet() != source.address || header.kind == Kind::WINDOW)
     return Inbox::Verdict::FOREIGN;
   if (header.kind == Kind::SAMPLE) {
@@ -89,10 +93,10 @@ Inbox::Verdict ReceiveCommand::DatagramHandle(VORNCDRStream* stream, const Heade
       return Inbox::Verdict::GARBLED;
     incoming->SampleAdd(header.number, bytes, length, _now);
   } else {
-    bool complete = false;
-    if (!EndRead(stream, &complete))
+    ExitCode reason = ExitCode::OK;
+    if (!EndRead(stream, &reason))
       return Inbox::Verdict::GARBLED;
-    incoming->EndNote(complete, _now);
+    incoming->EndNote(reason, _now);
   }
   return Inbox::Verdict::TAKEN;
 }
@@ -101,30 +105,45 @@ Inbox::Verdict ReceiveCommand::HeartbeatHandle(VORNCDRStream* stream, const Head
                                                const AddressPort& source) {
   if (!HeartbeatRead(stream, header, &_heartbeat))
     return Inbox::Verdict::GARBLED;
-  IncomingFile* incoming = FileFind(header.session);
-  if (incoming == nullptr)
-    incoming = FileMake(header, _heartbeat.file, source.address);
-  if (incoming == nullptr || incoming->SenderGet() != source.address)
+  Slot* slot = SlotFind(header.session);
+  if (slot == nullptr)
+    slot = SlotMake(header, _heartbeat.file, source.address);
+  if (slot == nullptr || slot->file->SenderGet() != source.address)
     return Inbox::Verdict::FOREIGN;
-  if (!incoming->FileIs(_heartbeat.file))
+  if (!slot->file->FileIs(_heartbeat.file))
     return Inbox::Verdict::GARBLED;
-  if (incoming->IsOver())
+  if (slot->file->IsOver())
     return Inbox::Verdict::TAKEN;
-  incoming->HeartbeatAnswer(header.number, _now, &_window);
-  WindowSend(header, _heartbeat.count, {source.address, _heartbeat.answerPort}, *incoming);
+  slot->heard = header;
+  slot->heartbeat = _heartbeat.count;
+  slot->answerTo = {source.address, _heartbeat.answerPort};
+  slot->file->HeartbeatAnswer(header.number, _now, &_window);
+  WindowSend(*slot);
   return Inbox::Verdict::TAKEN;
 }
 
-IncomingFile* ReceiveCommand::FileFind(std::uint32_t session) {
-  for (Slot& slot : _slots)
-    if (slot.file->SessionGet() == session)
-      return slot.file.get();
-  return nullptr;
+// The senders are not left to wait for a receiver that is gone.
+void ReceiveCommand::InterruptSay() {
+  for (const Slot& slot : _slots) {
+    if (slot.file->StateGet() != TransferState::RECEIVING)
+      continue;
+    slot.file->Interrupt(_loop.NowGet());
+    slot.file->HeartbeatAnswer(slot.heard.number, _loop.NowGet(), &_window);
+    for (int i = 0; i < INTERRUPT_COUNT; ++i)
+      WindowSend(slot);
+  }
+}
+
+ReceiveCommand::Slot* ReceiveCommand::SlotFind(std::uint32_t session) {
+  const auto found = std::find_if(_slots.begin(), _slots.end(), [session](const Slot& slot) {
+    return slot.file->SessionGet() == session;
+  });
+  return found != _slots.end() ? &*found : nullptr;
 }
 
 // None while every slot holds a file that is not over: the sender will be heard again.
-IncomingFile* ReceiveCommand::FileMake(const Header& header, const FileDescription& file,
-                                       unsigned int sender) {
+ReceiveCommand::Slot* ReceiveCommand::SlotMake(const Header& header, const FileDescription& file,
+                                               unsigned int sender) {
   if (_slots.size() >= FILE_CAPACITY) {
     const auto old =
         std::find_if(_slots.begin(), _slots.end(), [](const Slot& slot) { return slot.isTold; });
@@ -138,28 +157,29 @@ IncomingFile* ReceiveCommand::FileMake(const Header& header, const FileDescripti
   slot.file = std::make_unique<IncomingFile>(header.session, file, sender, _folder,
                                              IdText(header.session, _id), _now);
   _slots.push_back(std::move(slot));
-  return _slots.back().file.get();
+  return &_slots.back();
 }
 
 // An answer that is lost, or that the system does not take, is made good by the next one.
-void ReceiveCommand::WindowSend(const Header& header, std::uint32_t heartbeat,
-                                const AddressPort& to, const IncomingFile& incoming) {
-  Header answer = header;
+void ReceiveCommand::WindowSend(const Slot& slot) {
+  Header answer = slot.heard;
   answer.kind = Kind::WINDOW;
   answer.number = _window.lead;
-  const WindowHead head{_id, heartbeat, incoming.StateGet()};
+  const std::optional<Failure>& failure = slot.file->FailureGet();
+  const WindowHead head{_id, slot.heartbeat, slot.file->StateGet(),
+                        failure ? failure->code : ExitCode::OK};
   VORNCDRStream stream;
   VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
   if (WindowWrite(&stream, answer, head, _window))
-    _endpoints.Answer(to, &stream);
+    _endpoints.Answer(slot.answerTo, &stream);
 }
 
 void ReceiveCommand::SendersWatch(const VORNNtpTime& now) {
   for (Slot& slot : _slots) {
     slot.file->SilenceCheck(now, VORNNtpTime::FromSeconds(_options.patience));
+    const FileDescription& file = slot.file->WindowGet().FileGet();
     if (slot.file->StateGet() == TransferState::RECEIVING && _slots.size() == 1)
-      _progress.Show(static_cast<std::uint64_t>(slot.file->WindowGet().LeadGet() - 1),
-                     static_cast<std::uint64_t>(slot.file->WindowGet().FileGet().SampleCount()));
+      _progress.Show(file.name, slot.file->BytesGet(), file.size, now.SecondsGet());
   }
   FilesCheck();
   if (_slots.empty() && _options.wait > 0 &&
@@ -187,7 +207,8 @@ void ReceiveCommand::FileTell(const IncomingFile& incoming) {
   }
   if (!_failure)
     _failure = incoming.FailureGet();
-  _progress.Say("gave up " + file.name);
+  _progress.Say("gave up " + file.name + " after " +
+                ThroughputText(incoming.BytesGet(), incoming.SecondsGet()));
 }
 
 void ReceiveCommand::CountsSay() {

@@ -26,6 +26,9 @@ private:
   struct Slot {
     std::unique_ptr<IncomingFile> file;
     bool isTold = false;  ///< the user knows how it ended
+    Header heard;         ///< of the last heartbeat, and its count
+    std::uint32_t heartbeat = 0;
+    AddressPort answerTo;
   };
 
   Inbox::Verdict DatagramHandle(VORNCDRStream* stream, const Header& header,
@@ -34,10 +37,10 @@ private:
                                  const AddressPort& source);
   void SendersWatch(const VORNNtpTime& now);
 
-  IncomingFile* FileFind(std::uint32_t session);
-  IncomingFile* FileMake(const Header& header, const FileDescription& file, unsigned int sender);
-  void WindowSend(const Header& header, std::uint32_t heartbeat, const AddressPort& to,
-                  const IncomingFile& incoming);
+  Slot* SlotFind(std::uint32_t session);
+  Slot* SlotMake(const Header& header, const FileDescription& file, unsigned int sender);
+  void WindowSend(const Slot& slot);
+  void InterruptSay();
   void FilesCheck();
   void FileTell(const IncomingFile& incoming);
   void CountsSay();

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <random>
+#include <utility>
 
 namespace {
 
@@ -34,7 +35,7 @@ SendCommand::SendCommand(const Options& options, PeerList* peers)
                return WindowHandle(stream, header, source);
              }),
       _buffer() {
-  _isServed.reserve(SendSchedule::PEER_CAPACITY);
+  _standings.reserve(SendSchedule::PEER_CAPACITY);
   _pace = &_loop.EventAdd(PACE_PERIOD, [this](const VORNNtpTime& now) { SamplesSend(now); });
   _pace->Disable();
   _heartbeat =
@@ -46,9 +47,22 @@ ExitCode SendCommand::Run() {
   const FileDescription& file = _schedule.FileGet();
   _progress.Say("sending " + file.name + ", " + MegabytesText(file.size) + ", to " +
                 (_options.to.empty() ? AddressPortText(_options.group)
-                                     : std::to_string(_options.to.size()) + " addresses"));
+                                     : CountText(_options.to.size(), "address", "addresses")));
   _begin = _sentWell = _loop.NowGet();
   HeartbeatSend(_begin);
+  try {
+    LoopRun();
+  } catch (const Failure& failure) {
+    EndsSend(failure.code);
+    throw;
+  }
+  if (!IsInterrupted())
+    return ResultSay();
+  EndsSend(ExitCode::INTERRUPTED);
+  throw Failure(ExitCode::INTERRUPTED, "interrupted; receivers were told");
+}
+
+void SendCommand::LoopRun() {
   _loop.Run(
       _endpoints.AnswersGet(),
       [this](const VORNNtpTime& now) {
@@ -58,12 +72,6 @@ ExitCode SendCommand::Run() {
         PhaseUpdate(now);
       },
       [this] { return _phase == Phase::DONE; });
-  if (!IsInterrupted())
-    return ResultSay();
-  for (int i = 0; i < END_COUNT; ++i)
-    EndSend(_loop.NowGet(), false);
-  _progress.Clear();
-  throw Failure(ExitCode::INTERRUPTED, "interrupted; receivers were told");
 }
 
 // Sends as many samples as the time since the last call allows. Time that could not be used is
@@ -100,7 +108,7 @@ bool SendCommand::SampleSend(const VORNNtpTime& now) {
 
 void SendCommand::HeartbeatFired(const VORNNtpTime& now) {
   if (_phase == Phase::ENDING) {
-    EndSend(now, true);
+    EndSend(now, ExitCode::OK);
     if (++_endsSent == END_COUNT)
       _phase = Phase::DONE;
     return;
@@ -118,11 +126,19 @@ void SendCommand::HeartbeatSend(const VORNNtpTime& now) {
   _heartbeat->Enable(now);
 }
 
-void SendCommand::EndSend(const VORNNtpTime& now, bool complete) {
+void SendCommand::EndSend(const VORNNtpTime& now, ExitCode reason) {
   VORNCDRStream stream;
   VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
-  EndWrite(&stream, HeaderMake(Kind::END, _schedule.HighestGet(), now), complete);
+  EndWrite(&stream, HeaderMake(Kind::END, _schedule.HighestGet(), now), reason);
   DatagramSend(&stream, now);
+}
+
+// Tells the receivers that it stops before they have all. They are not left to wait.
+void SendCommand::EndsSend(ExitCode reason) {
+  _progress.Clear();
+  const VORNNtpTime now = _sentWell = _loop.NowGet();  // what fails from now on is no news
+  for (int i = 0; i < END_COUNT; ++i)
+    EndSend(now, reason);
 }
 
 // A datagram that the system does not take is as good as lost, and is repaired like one. There is
@@ -133,7 +149,10 @@ void SendCommand::DatagramSend(VORNCDRStream* stream, const VORNNtpTime& now) {
   if (_endpoints.Send(stream))
     _sentWell = now;
   else if (errno != EINTR && now - _sentWell > VORNNtpTime::FromSeconds(_options.patience))
-    throw Failure(ExitCode::NETWORK_FAILED, std::string("cannot send: ") + std::strerror(errno));
+    throw Failure(ExitCode::NETWORK_FAILED,
+                  std::string(_options.to.empty() ? "--group" : "--to") + ": cannot send to " +
+                      AddressPortText(_options.to.empty() ? _options.group : _options.to.back()) +
+                      ": " + std::strerror(errno));
 }
 
 Header SendCommand::HeaderMake(Kind kind, std::int64_t number, const VORNNtpTime& now) const {
@@ -164,31 +183,40 @@ void SendCommand::PeersWatch(const VORNNtpTime& now) {
   RecipientsUpdate();
   PhaseUpdate(now);
   if (_phase == Phase::SENDING)
-    _progress.Show(static_cast<std::uint64_t>(_schedule.HighestGet()),
-                   static_cast<std::uint64_t>(_schedule.FileGet().SampleCount()));
+    _progress.Show(_schedule.FileGet().name,
+                   _schedule.FileGet().BytesBefore(_schedule.HighestGet() + 1),
+                   _schedule.FileGet().size, now.SecondsGet());
 }
 
 // A receiver is a recipient as long as it needs data and answers.
 void SendCommand::RecipientsUpdate() {
   const std::vector<SendSchedule::Peer>& peers = _schedule.PeersGet();
-  _isServed.resize(peers.size(), false);
+  _standings.resize(peers.size(), Standing::UNKNOWN);
   for (std::size_t i = 0; i < peers.size(); ++i) {
     const SendSchedule::Peer& peer = peers[i];
     const bool isServed = !peer.lost && peer.state == TransferState::RECEIVING;
-    if (isServed == _isServed[i])
+    const Standing standing = isServed ? Standing::SERVED : Standing::OUT;
+    const Standing before = std::exchange(_standings[i], standing);
+    if (before == standing)
       continue;
-    _isServed[i] = isServed;
     if (isServed)
       _recipients.Declare(peer.place);
-    else
+    else if (before == Standing::SERVED)
       _recipients.Withdraw(peer.place);
-    _progress.Say("receiver " + AddressPortText(peer.place) +
-                  (isServed                                ? " joined"
-                   : peer.state == TransferState::COMPLETE ? " has the file"
-                   : peer.state == TransferState::FAILED   ? " failed"
-                                                           : " is lost: it fell silent") +
-                  "; " + std::to_string(_recipients.CountGet()) + " receiving");
+    PeerSay(peer);
   }
+}
+
+void SendCommand::PeerSay(const SendSchedule::Peer& peer) {
+  std::string text = " joined";
+  if (peer.state == TransferState::COMPLETE)
+    text = " has the file";
+  else if (peer.state == TransferState::FAILED)
+    text = std::string(" failed: ") + ExitCodeMeaning(peer.reason);
+  else if (peer.lost)
+    text = " is lost: it fell silent";
+  _progress.Say("receiver " + AddressPortText(peer.place) + text + "; " +
+                std::to_string(_recipients.CountGet()) + " receiving");
 }
 
 void SendCommand::PhaseUpdate(const VORNNtpTime& now) {
@@ -202,46 +230,61 @@ void SendCommand::PhaseUpdate(const VORNNtpTime& now) {
     _phase = Phase::SENDING;
     _begin = _paceBefore = now;
     _pace->Enable(now);
-  } else if (_phase == Phase::SENDING && _recipients.CountGet() == 0) {
+  }
+  // Right after the gathering, too: when all have refused the file, no sample is sent.
+  if (_phase == Phase::SENDING && _recipients.CountGet() == 0) {
     _phase = Phase::ENDING;
+    _end = now;
     _pace->Disable();
-    EndSend(now, true);
+    EndSend(now, ExitCode::OK);
     _heartbeat->Enable(now);
   }
 }
 
-ExitCode SendCommand::ResultSay() {
-  const int known = static_cast<int>(_schedule.PeersGet().size());
-  const int complete = _schedule.CountIn(TransferState::COMPLETE);
-  const double seconds = (_loop.NowGet() - _begin).SecondsGet() - END_COUNT * HEARTBEAT_PERIOD;
+// Bytes that came to the one receiver that has most of them.
+std::uint64_t SendCommand::CarriedGet() const {
+  std::int64_t lead = 1;
+  for (const SendSchedule::Peer& peer : _schedule.PeersGet())
+    lead = std::max(lead, peer.lead);
+  return _schedule.FileGet().BytesBefore(lead);
+}
+
+void SendCommand::CountsSay() {
   const Inbox::Counts& counts = _inbox.CountsGet();
   char text[400];
-  std::snprintf(text, sizeof text,
-                "%s; %llu samples, of them %llu repairs (%.1f %%); slowest answer %.1f ms",
-                ThroughputText(_schedule.FileGet().size, seconds).c_str(),
-                static_cast<unsigned long long>(_sampleCount),
-                static_cast<unsigned long long>(_schedule.RepairsGet()),
-                _sampleCount == 0 ? 0.0
-                                  : 100.0 * static_cast<double>(_schedule.RepairsGet()) /
-                                        static_cast<double>(_sampleCount),
-                1000 * _slowestAnswer.SecondsGet());
+  const std::uint64_t repairs = _schedule.RepairsGet();
+  const double share =
+      static_cast<double>(repairs) / static_cast<double>(std::max<std::uint64_t>(_sampleCount, 1));
+  std::snprintf(text, sizeof text, "%s; %s, of them %s (%.1f %%); slowest answer %.1f ms",
+                ThroughputText(CarriedGet(), (_end - _begin).SecondsGet()).c_str(),
+                CountText(_sampleCount, "sample").c_str(), CountText(repairs, "repair").c_str(),
+                100 * share, 1000 * _slowestAnswer.SecondsGet());
   _progress.Say(text);
   std::snprintf(text, sizeof text,
                 "receivers: %d complete, %d failed, %d lost; windows: %llu taken, %llu refused, "
                 "%llu garbled, %llu foreign; dropped on purpose: %llu",
-                complete, _schedule.CountIn(TransferState::FAILED), _schedule.LostCount(),
+                _schedule.CountIn(TransferState::COMPLETE),
+                _schedule.CountIn(TransferState::FAILED), _schedule.LostCount(),
                 static_cast<unsigned long long>(counts.taken),
                 static_cast<unsigned long long>(counts.refused),
                 static_cast<unsigned long long>(counts.garbled),
                 static_cast<unsigned long long>(counts.foreign),
                 static_cast<unsigned long long>(_loss.LostGet()));
   _progress.Say(text);
-  if (known < _options.receivers)
-    throw Failure(ExitCode::RECEIVERS_MISSING, std::to_string(known) + " receivers answered, " +
-                                                   std::to_string(_options.receivers) +
-                                                   " were expected");
-  if (complete < known)
+}
+
+ExitCode SendCommand::ResultSay() {
+  CountsSay();
+  const auto known = static_cast<std::uint64_t>(_schedule.PeersGet().size());
+  const auto without =
+      known - static_cast<std::uint64_t>(_schedule.CountIn(TransferState::COMPLETE));
+  const auto expected = static_cast<std::uint64_t>(_options.receivers);
+  if (known < expected)
+    throw Failure(ExitCode::RECEIVERS_MISSING, CountText(known, "receiver") + " answered, " +
+                                                   CountText(expected, "was", "were") +
+                                                   " expected");
+  if (without > 0)
     throw Failure(ExitCode::RECEIVERS_LOST,
-                  std::to_string(known - complete) + " receivers do not have the file");
+                  CountText(without, "receiver does", "receivers do") + " not have the file");
   return ExitCode::OK;
 }

@@ -25,6 +25,8 @@ public:
 
 private:
   enum class Phase { GATHERING, SENDING, ENDING, DONE };
+  /// What the user was told of a receiver. One that is served is declared as a recipient.
+  enum class Standing { UNKNOWN, SERVED, OUT };
 
   // Called by the loop: by its timers, and with a datagram.
   void SamplesSend(const VORNNtpTime& now);
@@ -35,12 +37,17 @@ private:
 
   bool SampleSend(const VORNNtpTime& now);
   void HeartbeatSend(const VORNNtpTime& now);
-  void EndSend(const VORNNtpTime& now, bool complete);
+  void LoopRun();
+  void EndSend(const VORNNtpTime& now, ExitCode reason);
+  void EndsSend(ExitCode reason);
   void DatagramSend(VORNCDRStream* stream, const VORNNtpTime& now);
   Header HeaderMake(Kind kind, std::int64_t number, const VORNNtpTime& now) const;
 
   void PhaseUpdate(const VORNNtpTime& now);
   void RecipientsUpdate();
+  void PeerSay(const SendSchedule::Peer& peer);
+  std::uint64_t CarriedGet() const;
+  void CountsSay();
   ExitCode ResultSay();
 
   Options _options;
@@ -54,13 +61,14 @@ private:
   Inbox _inbox;
   Bitmap _window{0, SequenceNumber(), 0};  ///< the one last received
   Recipients _recipients;
-  std::vector<bool> _isServed;  ///< parallel to the schedule's peers: is declared as a recipient
+  std::vector<Standing> _standings;  ///< parallel to the schedule's peers
 
   Phase _phase = Phase::GATHERING;
   ActionEvent* _pace = nullptr;
   ActionEvent* _heartbeat = nullptr;
   VORNNtpTime _now;    ///< when the loop last called
   VORNNtpTime _begin;  ///< of the gathering, then of the sending
+  VORNNtpTime _end;    ///< of the sending
   VORNNtpTime _paceBefore;
   VORNNtpTime _sentWell;  ///< when the system last took a datagram
   VORNNtpTime _slowestAnswer;

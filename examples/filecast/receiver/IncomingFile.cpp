@@ -5,6 +5,14 @@ namespace {
 // So often is the final state told before the sender's end is no longer waited for.
 constexpr int FINAL_ANSWERS = 25;
 
+std::string EndText(ExitCode reason) {
+  if (reason == ExitCode::OK)
+    return ": the sender ended before the file was whole";
+  if (reason == ExitCode::INTERRUPTED)
+    return ": the sender was interrupted";
+  return std::string(": the sender gave up: ") + ExitCodeMeaning(reason);
+}
+
 }  // namespace
 
 IncomingFile::IncomingFile(std::uint32_t session, const FileDescription& file, unsigned int sender,
@@ -16,6 +24,10 @@ IncomingFile::IncomingFile(std::uint32_t session, const FileDescription& file, u
   } catch (const Failure& failure) {
     Fail(failure, now);
   }
+}
+
+std::uint64_t IncomingFile::BytesGet() const {
+  return _window.FileGet().BytesBefore(_window.LeadGet());
 }
 
 double IncomingFile::SecondsGet() const { return (_end - _begin).SecondsGet(); }
@@ -58,14 +70,15 @@ void IncomingFile::HeartbeatAnswer(const SequenceNumber& highest, const VORNNtpT
     _isOver = true;
 }
 
-void IncomingFile::EndNote(bool isComplete, const VORNNtpTime& now) {
+void IncomingFile::EndNote(ExitCode reason, const VORNNtpTime& now) {
   if (_state == TransferState::RECEIVING)
-    Fail(Failure(ExitCode::SENDER_ENDED,
-                 _window.FileGet().name + (isComplete
-                                               ? ": the sender ended before the file was whole"
-                                               : ": the sender was interrupted")),
-         now);
+    Fail(Failure(ExitCode::SENDER_ENDED, _window.FileGet().name + EndText(reason)), now);
   _isOver = true;
+}
+
+void IncomingFile::Interrupt(const VORNNtpTime& now) {
+  if (_state == TransferState::RECEIVING)
+    Fail(Failure(ExitCode::INTERRUPTED, _window.FileGet().name + ": interrupted"), now);
 }
 
 void IncomingFile::SilenceCheck(const VORNNtpTime& now, const VORNNtpTime& patience) {

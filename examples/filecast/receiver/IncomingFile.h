@@ -22,6 +22,8 @@ public:
   TransferState StateGet() const { return _state; }
   /// Why it failed; none while it has not.
   const std::optional<Failure>& FailureGet() const { return _failure; }
+  /// Bytes that are there without a gap, from the first one.
+  std::uint64_t BytesGet() const;
   /// Seconds that the transfer took, until it was complete or failed.
   double SecondsGet() const;
   /// Whether nothing more is to be told to the sender.
@@ -34,8 +36,10 @@ public:
   bool FileIs(const FileDescription& file) const;
   /// Stores in `window` the answer to a heartbeat: what has arrived, up to `highest`.
   void HeartbeatAnswer(const SequenceNumber& highest, const VORNNtpTime& now, Bitmap* window);
-  /// The sender said its end: `isComplete` unless it was interrupted.
-  void EndNote(bool isComplete, const VORNNtpTime& now);
+  /// The sender said its end, and why: `OK` when it has said all.
+  void EndNote(ExitCode reason, const VORNNtpTime& now);
+  /// Gives the file up, because a signal ends the program.
+  void Interrupt(const VORNNtpTime& now);
   /// Gives up after a silence of `patience`, and ends what is only waiting for the sender's end.
   void SilenceCheck(const VORNNtpTime& now, const VORNNtpTime& patience);
 

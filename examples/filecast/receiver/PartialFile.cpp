@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
@@ -21,21 +23,48 @@ std::size_t RingPlace(std::int64_t number) {
   return static_cast<std::size_t>((number - 1) % RING_SAMPLES);
 }
 
+// The name by which a file without one can be linked.
+std::string DescriptorPath(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
+
 }  // namespace
 
 PartialFile::PartialFile(int folder, const FileDescription& file, const std::string& id)
-    : _folder(folder), _file(file), _name(".filecast-" + id),
-      _ring(static_cast<std::size_t>(RING_SAMPLES) * file.sampleSize),
-      _descriptor(openat(folder, _name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {
-  if (_descriptor < 0)
-    FailureThrow("cannot make a file", errno);
+    : _folder(folder), _file(file), _hiddenName(".filecast-" + id),
+      _ring(static_cast<std::size_t>(RING_SAMPLES) * file.sampleSize) {
+  TargetCheck();
+  Open();  // last: once the file is there, nothing in the constructor can fail
 }
 
 PartialFile::~PartialFile() {
-  if (_descriptor < 0)
+  if (_descriptor >= 0)
+    close(_descriptor);
+  if (_isHidden)
+    unlinkat(_folder, _hiddenName.c_str(), 0);
+}
+
+void PartialFile::TargetCheck() const {
+  struct stat status = {};
+  if (fstatat(_folder, _file.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISDIR(status.st_mode))
+    FailureThrow("cannot make a file", EISDIR);
+  struct statvfs disk = {};
+  // A file system that does not count its blocks tells nothing: then writing shows what fits.
+  if (fstatvfs(_folder, &disk) == 0 && disk.f_blocks > 0 && disk.f_frsize > 0 &&
+      (_file.size + disk.f_frsize - 1) / disk.f_frsize > disk.f_bavail)
+    FailureThrow("cannot make a file", ENOSPC);
+}
+
+// A file without a name is of use only where its descriptor can be linked.
+void PartialFile::Open() {
+  _descriptor = openat(_folder, ".", O_WRONLY | O_TMPFILE | O_CLOEXEC, 0666);
+  if (_descriptor >= 0 && access(DescriptorPath(_descriptor).c_str(), F_OK) == 0)
     return;
-  close(_descriptor);
-  unlinkat(_folder, _name.c_str(), 0);
+  if (_descriptor >= 0)
+    close(_descriptor);
+  _descriptor = openat(_folder, _hiddenName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (_descriptor < 0)
+    FailureThrow("cannot make a file", errno);
+  _isHidden = true;
 }
 
 void PartialFile::SampleStore(std::int64_t number, const char* bytes, int length) {
@@ -83,15 +112,41 @@ void PartialFile::Finish() {
     throw Failure(ExitCode::CHECKSUM_WRONG, _file.name + ": the checksum is wrong");
   if (fsync(_descriptor) != 0)
     FailureThrow("cannot write", errno);
-  if (renameat(_folder, _name.c_str(), _folder, _file.name.c_str()) != 0)
-    FailureThrow("cannot rename the file", errno);
+  NameGive();
   close(_descriptor);
   _descriptor = -1;
   fsync(_folder);  // makes the name last, too; where a folder cannot do that, it is as good as ever
 }
 
+// A new name is given in one step. A name that is in use has to be replaced, which only a rename
+// does, and only a file that has a name can be renamed. One that is killed between the two steps
+// leaves a whole file under the hidden name.
+void PartialFile::NameGive() {
+  if (!_isHidden && LinkMake(_file.name))
+    return;
+  _isHidden = _isHidden || LinkMake(_hiddenName);
+  if (!_isHidden)
+    FailureThrow("cannot name the file", EEXIST);
+  if (renameat(_folder, _hiddenName.c_str(), _folder, _file.name.c_str()) != 0)
+    FailureThrow("cannot name the file", errno);
+  _isHidden = false;
+}
+
+// Returns false when the name is in use.
+bool PartialFile::LinkMake(const std::string& name) const {
+  if (linkat(AT_FDCWD, DescriptorPath(_descriptor).c_str(), _folder, name.c_str(),
+             AT_SYMLINK_FOLLOW) == 0)
+    return true;
+  if (errno != EEXIST)
+    FailureThrow("cannot name the file", errno);
+  return false;
+}
+
 void PartialFile::FailureThrow(const char* what, int error) const {
   const bool isFull = error == ENOSPC || error == EDQUOT || error == EFBIG;
-  throw Failure(isFull ? ExitCode::DISK_FULL : ExitCode::WRITE_FAILED,
+  const bool isTaken = error == EISDIR || error == ENOTEMPTY;
+  throw Failure(isFull    ? ExitCode::DISK_FULL
+                : isTaken ? ExitCode::NAME_TAKEN
+                          : ExitCode::WRITE_FAILED,
                 _file.name + ": " + what + ": " + std::strerror(error));
 }

@@ -22,7 +22,7 @@ SendSchedule::Peer* SendSchedule::PeerFind(std::uint32_t id, const AddressPort& 
       return &peer;
   if (_peers.size() >= PEER_CAPACITY)
     return nullptr;
-  _peers.push_back({id, place, TransferState::RECEIVING, 1, VORNNtpTime(), false});
+  _peers.push_back({id, place, TransferState::RECEIVING, ExitCode::OK, 1, VORNNtpTime(), false});
   return &_peers.back();
 }
 
@@ -43,8 +43,10 @@ bool SendSchedule::WindowApply(const WindowHead& head, const Bitmap& arrived,
   peer->lost = false;
   // Datagrams overtake each other, but neither a lead nor an end is ever taken back.
   peer->lead = std::max(peer->lead, lead);
-  if (peer->state == TransferState::RECEIVING)
+  if (peer->state == TransferState::RECEIVING) {
     peer->state = head.state;
+    peer->reason = head.reason;
+  }
   if (peer->state == TransferState::RECEIVING)
     MissingQueue(head.heartbeat, arrived);
   return true;

@@ -26,6 +26,7 @@ public:
     std::uint32_t id;   ///< drawn by itself
     AddressPort place;  ///< where its windows come from
     TransferState state;
+    ExitCode reason;    ///< why it failed
     std::int64_t lead;  ///< first sample that it misses
     VORNNtpTime lastHeard;
     bool lost;

@@ -12,16 +12,16 @@ unsigned int AddressResolve(const std::string& text) {
   return !isDotted || AddressText(address) == text ? address : 0;
 }
 
-bool AddressPortRead(const std::string& text, AddressPort* result) {
+const char* AddressPortRead(const std::string& text, AddressPort* result) {
   const std::size_t colon = text.find(':');
   if (colon != std::string::npos) {
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, result->port);
     if (error != std::errc() || stop != end || result->port < 1 || result->port > 65535)
-      return false;
+      return "has a port that is not from 1 to 65535";
   }
   result->address = AddressResolve(text.substr(0, colon));
-  return result->address != 0;
+  return result->address != 0 ? nullptr : "is no address and no host name that can be resolved";
 }
 
 std::string AddressText(unsigned int address) {

@@ -15,8 +15,9 @@ struct AddressPort {
 /// as it is printed: the library alone would take 10.0.0.999 for another one.
 unsigned int AddressResolve(const std::string& text);
 
-/// Reads "ADDRESS[:PORT]", where the port is from 1 to 65535. Without one, that of `result` stays.
-bool AddressPortRead(const std::string& text, AddressPort* result);
+/// Reads "ADDRESS[:PORT]". Without a port, that of `result` stays. Returns what is wrong with the
+/// text, to be said after it, or null.
+const char* AddressPortRead(const std::string& text, AddressPort* result);
 
 std::string AddressText(unsigned int address);
 std::string AddressPortText(const AddressPort& place);

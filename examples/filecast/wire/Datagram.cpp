@@ -1,10 +1,11 @@
 #include "wire/Datagram.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 
-constexpr std::uint32_t MAGIC = 0x56464331;  // "VFC1": the program and the version of its wire form
+constexpr std::uint32_t MAGIC = 0x56464332;  // "VFC2": the program and the version of its wire form
 
 bool WordWrite(VORNCDRStream* stream, std::uint32_t word) {
   return VornCDR4ByteSerialize(stream, &word) != 0;
@@ -40,6 +41,18 @@ int BytesLeft(const VORNCDRStream* stream) {
 
 bool AllWasRead(const VORNCDRStream* stream) { return BytesLeft(stream) == 0; }
 
+bool ReasonWrite(VORNCDRStream* stream, ExitCode reason) {
+  return WordWrite(stream, static_cast<std::uint32_t>(reason));
+}
+
+bool ReasonRead(VORNCDRStream* stream, ExitCode* reason) {
+  std::uint32_t word = 0;
+  if (!WordRead(stream, &word) || word >= std::size(EXIT_CODES))
+    return false;
+  *reason = static_cast<ExitCode>(word);
+  return true;
+}
+
 bool NameRead(VORNCDRStream* stream, std::string* name) {
   std::uint32_t length = 0;
   if (!WordRead(stream, &length) || length > NAME_CAPACITY)
@@ -66,6 +79,10 @@ std::uint64_t FileDescription::SampleOffset(std::int64_t number) const {
   return static_cast<std::uint64_t>(number - 1) * sampleSize;
 }
 
+std::uint64_t FileDescription::BytesBefore(std::int64_t number) const {
+  return std::min(size, SampleOffset(number));
+}
+
 bool HeartbeatWrite(VORNCDRStream* stream, const Header& header, const Heartbeat& heartbeat) {
   const FileDescription& file = heartbeat.file;
   const int nameLength = static_cast<int>(file.name.size());
@@ -86,11 +103,11 @@ bool WindowWrite(VORNCDRStream* stream, const Header& header, const WindowHead& 
   return HeaderWrite(stream, header) && WordWrite(stream, head.receiver) &&
          WordWrite(stream, head.heartbeat) &&
          WordWrite(stream, static_cast<std::uint32_t>(head.state)) &&
-         arrived.Serialize(stream) != 0;
+         ReasonWrite(stream, head.reason) && arrived.Serialize(stream) != 0;
 }
 
-bool EndWrite(VORNCDRStream* stream, const Header& header, bool complete) {
-  return HeaderWrite(stream, header) && WordWrite(stream, complete ? 1 : 0);
+bool EndWrite(VORNCDRStream* stream, const Header& header, ExitCode reason) {
+  return HeaderWrite(stream, header) && ReasonWrite(stream, reason);
 }
 
 bool HeaderRead(VORNCDRStream* stream, Header* header) {
@@ -131,18 +148,16 @@ bool WindowRead(VORNCDRStream* stream, const Header& header, WindowHead* head, B
   std::uint32_t state = 0;
   if (!WordRead(stream, &head->receiver) || !WordRead(stream, &head->heartbeat) ||
       !WordRead(stream, &state) || state > static_cast<std::uint32_t>(TransferState::FAILED) ||
-      arrived->Deserialize(stream) == 0)
+      !ReasonRead(stream, &head->reason) || arrived->Deserialize(stream) == 0)
     return false;
   head->state = static_cast<TransferState>(state);
-  return AllWasRead(stream) && arrived->lead == header.number && arrived->lead > SequenceNumber();
+  const bool hasFailed = head->state == TransferState::FAILED;
+  return AllWasRead(stream) && hasFailed == (head->reason != ExitCode::OK) &&
+         arrived->lead == header.number && arrived->lead > SequenceNumber();
 }
 
-bool EndRead(VORNCDRStream* stream, bool* complete) {
-  std::uint32_t word = 0;
-  if (!WordRead(stream, &word) || word > 1)
-    return false;
-  *complete = word == 1;
-  return AllWasRead(stream);
+bool EndRead(VORNCDRStream* stream, ExitCode* reason) {
+  return ReasonRead(stream, reason) && AllWasRead(stream);
 }
 
 bool FileNameIsSafe(const std::string& name) {

@@ -5,6 +5,7 @@
 #include "reliability/SequenceNumber.h"
 #include "reliability/VORNBitmap.h"
 #include "time/VORNNtpTime.h"
+#include "wire/ExitCode.h"
 
 #include <cstdint>
 #include <string>
@@ -44,6 +45,8 @@ struct FileDescription {
   /// Bytes of sample `number`, which must be one of them.
   int SampleLength(std::int64_t number) const;
   std::uint64_t SampleOffset(std::int64_t number) const;
+  /// Bytes of all samples before `number`, which is at most one past the last.
+  std::uint64_t BytesBefore(std::int64_t number) const;
 };
 
 struct Heartbeat {
@@ -60,6 +63,7 @@ struct WindowHead {
   std::uint32_t receiver = 0;   ///< drawn by the receiver
   std::uint32_t heartbeat = 0;  ///< count of the heartbeat that it answers
   TransferState state = TransferState::RECEIVING;
+  ExitCode reason = ExitCode::OK;  ///< why it failed; `OK` while it has not
 };
 
 /// Writers return whether everything fitted. The stream holds `DATAGRAM_CAPACITY` bytes or more.
@@ -67,7 +71,8 @@ bool HeartbeatWrite(VORNCDRStream* stream, const Header& header, const Heartbeat
 bool SampleWrite(VORNCDRStream* stream, const Header& header, const char* bytes, int length);
 bool WindowWrite(VORNCDRStream* stream, const Header& header, const WindowHead& head,
                  const Bitmap& arrived);
-bool EndWrite(VORNCDRStream* stream, const Header& header, bool complete);
+/// `reason` is `OK` when the sender has said all, else why it stops before that.
+bool EndWrite(VORNCDRStream* stream, const Header& header, ExitCode reason);
 
 /// Readers return whether the datagram is one of ours and of this kind, whole and consistent. Read
 /// the header first: it says which reader comes next.
@@ -76,7 +81,7 @@ bool HeartbeatRead(VORNCDRStream* stream, const Header& header, Heartbeat* heart
 /// Stores where the sample's bytes lie in the stream's buffer, and how many.
 bool SampleRead(VORNCDRStream* stream, const char** bytes, int* length);
 bool WindowRead(VORNCDRStream* stream, const Header& header, WindowHead* head, Bitmap* arrived);
-bool EndRead(VORNCDRStream* stream, bool* complete);
+bool EndRead(VORNCDRStream* stream, ExitCode* reason);
 
 /// Whether a file in a folder of ours may have a name from the wire: no path, no leading dot, and
 /// no control characters, which a terminal would obey.

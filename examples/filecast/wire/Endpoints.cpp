@@ -34,18 +34,23 @@ VORNMulticastProperties MulticastGet(bool isMulticast, int ttl) {
   return properties;
 }
 
-[[noreturn]] void BindFailureThrow(const AddressPort& place, int error) {
+// `option` is the one that asked for the place.
+[[noreturn]] void BindFailureThrow(const char* option, const AddressPort& place, int error) {
+  const char* hint =
+      error == EADDRNOTAVAIL ? "this host does not have that address" : std::strerror(error);
   throw Failure(error == EADDRINUSE ? ExitCode::PORT_IN_USE : ExitCode::NETWORK_FAILED,
-                "cannot receive at " + AddressPortText(place) + ": " + std::strerror(error));
+                std::string(option) + ": cannot use " +
+                    (place.port != 0 ? AddressPortText(place) : AddressText(place.address)) + ": " +
+                    hint);
 }
 
 // Binds to `place`, with port 0 to one of the system's choice. Returns the port.
-int EndpointBind(VORNDGram* endpoint, const AddressPort& place) {
+int EndpointBind(VORNDGram* endpoint, const char* option, const AddressPort& place) {
   if (endpoint->IsValid() == 0)
     throw Failure(ExitCode::NETWORK_FAILED, "the system gives no socket");
   const int port = endpoint->bind(endpoint, place.address, place.port);
   if (port == 0)
-    BindFailureThrow(place, errno);
+    BindFailureThrow(option, place, errno);
   return port;
 }
 
@@ -68,7 +73,7 @@ SendEndpoints::SendEndpoints(const AddressPort& group, const std::vector<Address
       _answers(0, BUFFER_OPTIONS, BuffersGet(), -1) {
   if (_data.IsValid() == 0)
     throw Failure(ExitCode::NETWORK_FAILED, "cannot prepare the network's interfaces for sending");
-  _answerPort = EndpointBind(&_answers, AddressPort());
+  _answerPort = EndpointBind(&_answers, "answers", AddressPort());
   for (const AddressPort& place : to)
     KelNetioAddrInitialize(&_destinations.emplace_back(), place.address, place.port);
   if (_destinations.empty())
@@ -86,16 +91,16 @@ ReceiveEndpoints::ReceiveEndpoints(const AddressPort& group, const AddressPort& 
                                    unsigned int from)
     : _data(at.address == 0 ? 1 : 0, BUFFER_OPTIONS, BuffersGet(), -1),
       _answers(0, BUFFER_OPTIONS, BuffersGet(), -1) {
-  EndpointBind(&_answers, {from != 0 ? from : at.address, 0});
+  EndpointBind(&_answers, from != 0 ? "--from" : "--at", {from != 0 ? from : at.address, 0});
   if (at.address != 0) {
-    EndpointBind(&_data, at);
+    EndpointBind(&_data, "--at", at);
     return;
   }
   MulticastRequire();
   if (_data.RecvMulticastInitialize(group.port) == 0)
-    BindFailureThrow({0, group.port}, errno);
+    BindFailureThrow("--group", {0, group.port}, errno);
   if (_data.RecvMulticastGroupJoin(group.address) == 0)
-    throw Failure(ExitCode::NETWORK_FAILED, "cannot join the group " + AddressText(group.address) +
+    throw Failure(ExitCode::NETWORK_FAILED, "--group: cannot join " + AddressText(group.address) +
                                                 ": " + std::strerror(errno));
 }
 

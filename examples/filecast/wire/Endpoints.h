@@ -25,8 +25,8 @@ public:
   /// An empty `to` means the group. `ttl` is how many networks a datagram may cross, from 1 to 255.
   SendEndpoints(const AddressPort& group, const std::vector<AddressPort>& to, int ttl);
 
-  /// Sends what the stream holds to every destination. Returns false, with `errno` set, when the
-  /// system took it for none of them.
+  /// Sends what the stream holds to every destination. Returns false, with `errno` as the last one
+  /// left it, when the system took it for none of them.
   bool Send(VORNCDRStream* stream);
   VORNDGram& AnswersGet() { return _answers; }
   /// The port of `AnswersGet`, host byte order.

@@ -1,7 +1,8 @@
 #ifndef FILECAST_WIRE_EXIT_CODE_H
 #define FILECAST_WIRE_EXIT_CODE_H
 
-/// How filecast ends. Scripts rely on the numbers, so a new one is added at the end.
+/// How filecast ends, and what one side tells the other about it. Scripts and the wire form rely on
+/// the numbers, so a new one is added at the end.
 enum class ExitCode : int {
   OK = 0,
   INTERNAL = 1,
@@ -21,9 +22,10 @@ enum class ExitCode : int {
   SENDER_SILENT = 15,
   SENDER_ENDED = 16,
   INTERRUPTED = 17,
+  NAME_TAKEN = 18,
 };
 
-/// A row of the table that `--help` prints.
+/// A row of the table that `--help` prints. Rows are in the order of the numbers.
 struct ExitCodeLine {
   ExitCode code;
   const char* name;
@@ -51,6 +53,12 @@ inline constexpr ExitCodeLine EXIT_CODES[] = {
     {ExitCode::SENDER_SILENT, "SENDER_SILENT", "no sender was heard, or it fell silent"},
     {ExitCode::SENDER_ENDED, "SENDER_ENDED", "the sender ended before the file was whole"},
     {ExitCode::INTERRUPTED, "INTERRUPTED", "ended by a signal"},
+    {ExitCode::NAME_TAKEN, "NAME_TAKEN", "a folder has the name of the received file"},
 };
+
+/// What the table says of `code`.
+constexpr const char* ExitCodeMeaning(ExitCode code) {
+  return EXIT_CODES[static_cast<int>(code)].meaning;
+}
 
 #endif
