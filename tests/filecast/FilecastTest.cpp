@@ -48,11 +48,12 @@ struct Reading {
 std::vector<std::string> Examples() {
   Bitmap arrived(5, SequenceNumber(33), 0);
   arrived.BitSet(SequenceNumber(34), 1);
-  const FileDescription file{100000, 0x0123456789ABCDEF, 1408, "notes.txt"};
+  const FileDescription file{100000, 1408, "notes.txt"};
   const auto as = [](Kind kind, int number) {
     return Header{0xA1B2C3D4, kind, VORNNtpTime::FromWords(100, 1U << 31), SequenceNumber(number)};
   };
-  return {Written(HeartbeatWrite, as(Kind::HEARTBEAT, 37), Heartbeat{3, 40001, file}),
+  return {Written(HeartbeatWrite, as(Kind::HEARTBEAT, 72),
+                  Heartbeat{3, 40001, file, 0x0123456789ABCDEF}),
           Written(SampleWrite, as(Kind::SAMPLE, 2), "hello", 5),
           Written(WindowWrite, as(Kind::WINDOW, 33), WindowHead{0x11223344, 3, {}, {}}, arrived),
           Written(EndWrite, as(Kind::END, 72), ExitCode::OK)};
@@ -96,16 +97,17 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
       {"kind 0", END, 8, 0, false},
       {"kind 5", END, 8, 5, false},
       {"negative number", HEARTBEAT, 20, 0x80000000, false},
-      {"last sample", HEARTBEAT, 24, 72, true},
+      {"a checksum before the last sample", HEARTBEAT, 24, 71, false},
       {"sample after the last", HEARTBEAT, 24, 73, false},
       {"port 0", HEARTBEAT, 32, 0, false},
       {"largest port", HEARTBEAT, 32, 65535, true},
       {"port above 16 bits", HEARTBEAT, 32, 65536, false},
-      {"file just below 1 TiB", HEARTBEAT, 36, 0xFF, true},
       {"file above 1 TiB", HEARTBEAT, 36, 0x100, false},
-      {"samples of 0 bytes", HEARTBEAT, 52, 0, false},
-      {"samples too long", HEARTBEAT, 52, 1409, false},
-      {"hidden name", HEARTBEAT, 60, 0x2E6F7465, false},
+      {"no checksum, but its bytes", HEARTBEAT, 44, 0, false},
+      {"a checksum twice", HEARTBEAT, 44, 2, false},
+      {"samples of 0 bytes", HEARTBEAT, 56, 0, false},
+      {"samples too long", HEARTBEAT, 56, 1409, false},
+      {"hidden name", HEARTBEAT, 64, 0x2E6F7465, false},
       {"number is not the bitmap's", WINDOW, 24, 32, false},
       {"failed without a reason", WINDOW, 36, 2, false},
       {"a reason without a failure", WINDOW, 40, 12, false},
@@ -127,7 +129,9 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
       Written(WindowWrite, Header{1, WINDOW, {}, SequenceNumber(1)}, failed, one));
   EXPECT_TRUE(failure.isGood);
   EXPECT_EQ(failure.head.reason, ExitCode::DISK_FULL);
-  const Heartbeat longest{1, 1, {1, 0, 1, std::string(256, 'a')}};
+  const Heartbeat longest{1, 1, {1, 1, std::string(256, 'a')}, {}},
+      large{1, 1, {LARGEST_FILE, 1408, "f"}, {}};
+  EXPECT_TRUE(Reading(Written(HeartbeatWrite, Header{1, HEARTBEAT, {}, {}}, large)).isGood);
   EXPECT_FALSE(
       Reading(Written(WindowWrite, Header{1, WINDOW, {}, {}}, WindowHead(), first)).isGood);
   EXPECT_FALSE(Reading(Written(HeartbeatWrite, Header{1, HEARTBEAT, {}, {}}, longest)).isGood);
@@ -168,8 +172,8 @@ bool Hear(SendSchedule* sender, const WindowHead& head, std::int64_t lead, int s
 
 // Five samples of ten are sent, and one heartbeat.
 TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
-  SendSchedule sender({5000, 7, 500, "f"});
-  sender.HeartbeatNext(1);
+  SendSchedule sender({5000, 500, "f"});
+  sender.HeartbeatNext();
   for (int i = 0; i < 5; ++i)
     sender.SampleNext();
   using enum TransferState;
@@ -197,8 +201,8 @@ TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
 }
 
 TEST(SendScheduleTest, RunsOneWindowAheadOfTheSlowestThatKeepsUp) {
-  SendSchedule sender({500000, 7, 500, "f"});
-  sender.HeartbeatNext(1);
+  SendSchedule sender({500000, 500, "f"});
+  sender.HeartbeatNext();
   // clang-format off
   const struct { const char* what; std::uint32_t id; int lead; std::int64_t highest; } rows[] = {
       {"the first window", 1, 1, 256},
@@ -217,8 +221,8 @@ TEST(SendScheduleTest, RunsOneWindowAheadOfTheSlowestThatKeepsUp) {
 }
 
 TEST(SendScheduleTest, KeepsReceiversApartAndGivesUpTheSilent) {
-  SendSchedule sender({5000, 7, 500, "f"});
-  sender.HeartbeatNext(1);
+  SendSchedule sender({5000, 500, "f"});
+  sender.HeartbeatNext();
   using enum TransferState;
   for (std::uint32_t id = 1; id <= 64; ++id)
     EXPECT_TRUE(Hear(&sender, {id, 1, RECEIVING, {}}, 1, 0, 0)) << id;
@@ -238,7 +242,7 @@ TEST(SendScheduleTest, KeepsReceiversApartAndGivesUpTheSilent) {
 
 // Of 300 samples of 500 bytes, the last one with 7, only the second has arrived.
 TEST(ReceiveWindowTest, WantsWhatIsMissingInItsProperLength) {
-  ReceiveWindow window({299 * 500 + 7, 7, 500, "f"});
+  ReceiveWindow window({299 * 500 + 7, 500, "f"});
   window.SampleStored(SequenceNumber(2));
   for (const int number : {0, 2, 257})
     EXPECT_FALSE(window.SampleIsWanted(SequenceNumber(number), 500)) << number;
@@ -248,6 +252,15 @@ TEST(ReceiveWindowTest, WantsWhatIsMissingInItsProperLength) {
     window.SampleStored(SequenceNumber(number));
   EXPECT_TRUE(window.SampleIsWanted(SequenceNumber(300), 7));
   EXPECT_FALSE(window.SampleIsWanted(SequenceNumber(300), 500));
+}
+
+TEST(ChecksumTest, IsThatOfTheStandardHoweverTheBytesAreCut) {
+  const std::string text = "123456789", all = text + text + text;
+  EXPECT_EQ(Checksum(0, text.data(), text.size()), 0x995DC9BBDF1939FA);
+  for (std::size_t cut = 0; cut <= all.size(); ++cut)
+    EXPECT_EQ(Checksum(Checksum(0, all.data(), cut), &all[cut], all.size() - cut),
+              Checksum(0, all.data(), all.size()))
+        << cut;
 }
 
 // How a file of 1000 samples ends in a folder of its own. Samples come backwards, 127 and 256 at a
@@ -288,13 +301,14 @@ TEST(IncomingFileTest, IsWrittenWholeOrRemovedWithItsReason) {
     ASSERT_NE(mkdtemp(path), nullptr);
     const int folder = open(path, O_RDONLY | O_DIRECTORY);
     {
-      IncomingFile file(1, {text.size(), row.sum, 10, "f"}, 1, folder, "id", VORNNtpTime());
+      IncomingFile file(1, {text.size(), 10, "f"}, 1, folder, "id", VORNNtpTime());
       int first = 1;
       for (int size = 127; first <= row.before; size = 383 - size) {
         for (int number = std::min(first + size - 1, row.before); number >= first; --number)
           add(file, number);
         first += size;
       }
+      file.ChecksumNote(row.sum, VORNNtpTime());
       row.event(file);
       EXPECT_EQ(file.StateGet(), row.state);
       EXPECT_EQ(file.FailureGet() ? file.FailureGet()->code : ExitCode::OK, row.code);

@@ -117,6 +117,8 @@ Inbox::Verdict ReceiveCommand::HeartbeatHandle(VORNCDRStream* stream, const Head
   slot->heard = header;
   slot->heartbeat = _heartbeat.count;
   slot->answerTo = {source.address, _heartbeat.answerPort};
+  if (_heartbeat.checksum)
+    slot->file->ChecksumNote(*_heartbeat.checksum, _now);
   slot->file->HeartbeatAnswer(header.number, _now, &_window);
   WindowSend(*slot);
   return Inbox::Verdict::TAKEN;

@@ -119,8 +119,10 @@ void SendCommand::HeartbeatFired(const VORNNtpTime& now) {
 void SendCommand::HeartbeatSend(const VORNNtpTime& now) {
   VORNCDRStream stream;
   VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
-  HeartbeatWrite(&stream, HeaderMake(Kind::HEARTBEAT, _schedule.HighestGet(), now),
-                 _schedule.HeartbeatNext(_endpoints.AnswerPortGet()));
+  Heartbeat heartbeat = _schedule.HeartbeatNext();
+  heartbeat.answerPort = _endpoints.AnswerPortGet();
+  heartbeat.checksum = _reader.ChecksumGet();
+  HeartbeatWrite(&stream, HeaderMake(Kind::HEARTBEAT, _schedule.HighestGet(), now), heartbeat);
   DatagramSend(&stream, now);
   _sinceHeartbeat = 0;
   _heartbeat->Enable(now);

@@ -32,6 +32,8 @@ public:
   /// Stores a sample that is missing; another one is only a sign of life.
   void SampleAdd(const SequenceNumber& number, const char* bytes, int length,
                  const VORNNtpTime& now);
+  /// Learns the file's checksum. Without it, a file that is all there is not whole.
+  void ChecksumNote(std::uint64_t checksum, const VORNNtpTime& now);
   /// Whether a heartbeat describes this file.
   bool FileIs(const FileDescription& file) const;
   /// Stores in `window` the answer to a heartbeat: what has arrived, up to `highest`.
@@ -52,6 +54,7 @@ private:
   unsigned int _sender;
   TransferState _state = TransferState::RECEIVING;
   std::unique_ptr<PartialFile> _file;
+  std::optional<std::uint64_t> _checksum;
   std::optional<Failure> _failure;
   VORNNtpTime _begin;
   VORNNtpTime _heard;

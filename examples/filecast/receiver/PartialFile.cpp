@@ -106,9 +106,9 @@ void PartialFile::BytesWrite(const char* bytes, std::size_t length) {
   }
 }
 
-void PartialFile::Finish() {
+void PartialFile::Finish(std::uint64_t checksum) {
   SamplesWrite(_lead);
-  if (_checksum != _file.checksum)
+  if (_checksum != checksum)
     throw Failure(ExitCode::CHECKSUM_WRONG, _file.name + ": the checksum is wrong");
   if (fsync(_descriptor) != 0)
     FailureThrow("cannot write", errno);

@@ -33,8 +33,8 @@ public:
   void SampleStore(std::int64_t number, const char* bytes, int length);
   /// Tells that all samples before `lead` were stored; writes them once they are many.
   void LeadMove(std::int64_t lead);
-  /// Writes the rest, verifies the checksum and gives the file its final name.
-  void Finish();
+  /// Writes the rest, compares with the sender's checksum and gives the file its final name.
+  void Finish(std::uint64_t checksum);
 
 private:
   void TargetCheck() const;

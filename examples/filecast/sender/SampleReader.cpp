@@ -35,11 +35,10 @@ void SampleReader::Describe(const std::string& name) {
                   _path + ": receivers would refuse its name; give another one with --name");
   _file.name = name;
   _file.sampleSize = SAMPLE_CAPACITY;
-  std::vector<char> bytes(std::size_t{1} << 18);
-  while (const std::size_t length = BytesRead(bytes.data(), bytes.size(), _file.size)) {
-    _file.checksum = Checksum(_file.checksum, bytes.data(), length);
-    _file.size += length;
-  }
+  _file.size = static_cast<std::uint64_t>(status.st_size);
+  char byte = 0;
+  if (_file.size == 0 && BytesRead(&byte, 1, 0) != 0)
+    throw Failure(ExitCode::FILE_UNREADABLE, _path + ": does not tell its size");
 }
 
 // Reads `length` bytes, fewer only at the end of the file.
@@ -59,18 +58,32 @@ std::size_t SampleReader::BytesRead(char* bytes, std::size_t length, std::uint64
 }
 
 const char* SampleReader::SampleGet(std::int64_t number) {
-  const std::int64_t index = (number - 1) / BLOCK_SAMPLES;
-  Block& block = _blocks[static_cast<std::size_t>(index) % _blocks.size()];
-  const std::size_t offset =
-      static_cast<std::size_t>((number - 1) % BLOCK_SAMPLES) * _file.sampleSize;
-  if (block.index != index) {
-    block.index = -1;  // in case that the file cannot be read
-    block.bytes.resize(std::size_t{BLOCK_SAMPLES} * _file.sampleSize);
-    const std::uint64_t start = _file.SampleOffset(index * BLOCK_SAMPLES + 1);
-    const std::uint64_t expected = std::min<std::uint64_t>(block.bytes.size(), _file.size - start);
-    if (BytesRead(block.bytes.data(), block.bytes.size(), start) < expected)
-      throw Failure(ExitCode::FILE_CHANGED, _path + ": became shorter while it was sent");
-    block.index = index;
+  const Block& block = BlockGet((number - 1) / BLOCK_SAMPLES);
+  const char* bytes = block.bytes.data() +
+                      static_cast<std::size_t>((number - 1) % BLOCK_SAMPLES) * _file.sampleSize;
+  if (number == _summed + 1) {
+    _checksum = Checksum(_checksum, bytes, static_cast<std::size_t>(_file.SampleLength(number)));
+    _summed = number;
   }
-  return block.bytes.data() + offset;
+  return bytes;
+}
+
+std::optional<std::uint64_t> SampleReader::ChecksumGet() const {
+  if (_summed < _file.SampleCount())
+    return std::nullopt;
+  return _checksum;
+}
+
+const SampleReader::Block& SampleReader::BlockGet(std::int64_t index) {
+  Block& block = _blocks[static_cast<std::size_t>(index) % _blocks.size()];
+  if (block.index == index)
+    return block;
+  block.index = -1;  // in case that the file cannot be read
+  block.bytes.resize(std::size_t{BLOCK_SAMPLES} * _file.sampleSize);
+  const std::uint64_t start = _file.SampleOffset(index * BLOCK_SAMPLES + 1);
+  const std::uint64_t expected = std::min<std::uint64_t>(block.bytes.size(), _file.size - start);
+  if (BytesRead(block.bytes.data(), expected, start) < expected)
+    throw Failure(ExitCode::FILE_CHANGED, _path + ": became shorter while it was sent");
+  block.index = index;
+  return block;
 }

@@ -8,10 +8,9 @@ SendSchedule::SendSchedule(const FileDescription& file)
   _peers.reserve(PEER_CAPACITY);
 }
 
-Heartbeat SendSchedule::HeartbeatNext(int answerPort) {
+Heartbeat SendSchedule::HeartbeatNext() {
   Heartbeat heartbeat;
   heartbeat.count = ++_heartbeats;
-  heartbeat.answerPort = answerPort;
   heartbeat.file = _file;
   return heartbeat;
 }

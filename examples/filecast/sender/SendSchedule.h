@@ -39,8 +39,8 @@ public:
   std::int64_t HighestGet() const { return _highest; }
   std::uint64_t RepairsGet() const { return _repairs; }
 
-  /// The heartbeat to be sent now.
-  Heartbeat HeartbeatNext(int answerPort);
+  /// The heartbeat to be sent now, as far as the schedule knows it: without port and checksum.
+  Heartbeat HeartbeatNext();
 
   /// Learns from a window that came from `source`. Returns false for one that cannot
   /// be true, and when there are too many receivers.

@@ -29,6 +29,22 @@ bool DoubleWordRead(VORNCDRStream* stream, std::uint64_t* value) {
   return true;
 }
 
+// None is written as 0 and 0, so that every value has one form only.
+bool ChecksumWrite(VORNCDRStream* stream, const std::optional<std::uint64_t>& checksum) {
+  return WordWrite(stream, checksum ? 1 : 0) && DoubleWordWrite(stream, checksum.value_or(0));
+}
+
+bool ChecksumRead(VORNCDRStream* stream, std::optional<std::uint64_t>* checksum) {
+  std::uint32_t isKnown = 0;
+  std::uint64_t value = 0;
+  if (!WordRead(stream, &isKnown) || isKnown > 1 || !DoubleWordRead(stream, &value))
+    return false;
+  checksum->reset();
+  if (isKnown == 1)
+    *checksum = value;
+  return isKnown == 1 || value == 0;
+}
+
 bool HeaderWrite(VORNCDRStream* stream, const Header& header) {
   return WordWrite(stream, MAGIC) && WordWrite(stream, header.session) &&
          WordWrite(stream, static_cast<std::uint32_t>(header.kind)) &&
@@ -88,7 +104,7 @@ bool HeartbeatWrite(VORNCDRStream* stream, const Header& header, const Heartbeat
   const int nameLength = static_cast<int>(file.name.size());
   return HeaderWrite(stream, header) && WordWrite(stream, heartbeat.count) &&
          WordWrite(stream, static_cast<std::uint32_t>(heartbeat.answerPort)) &&
-         DoubleWordWrite(stream, file.size) && DoubleWordWrite(stream, file.checksum) &&
+         DoubleWordWrite(stream, file.size) && ChecksumWrite(stream, heartbeat.checksum) &&
          WordWrite(stream, file.sampleSize) &&
          WordWrite(stream, static_cast<std::uint32_t>(nameLength)) &&
          VornCDROctetsSerialize(stream, file.name.data(), nameLength) != 0;
@@ -128,12 +144,13 @@ bool HeartbeatRead(VORNCDRStream* stream, const Header& header, Heartbeat* heart
   std::uint32_t port = 0;
   if (!WordRead(stream, &heartbeat->count) || !WordRead(stream, &port) || port == 0 ||
       port > 65535 || !DoubleWordRead(stream, &file.size) || file.size > LARGEST_FILE ||
-      !DoubleWordRead(stream, &file.checksum) || !WordRead(stream, &file.sampleSize) ||
+      !ChecksumRead(stream, &heartbeat->checksum) || !WordRead(stream, &file.sampleSize) ||
       file.sampleSize == 0 || file.sampleSize > SAMPLE_CAPACITY || !NameRead(stream, &file.name))
     return false;
   heartbeat->answerPort = static_cast<int>(port);
+  const std::int64_t unsent = file.SampleCount() - header.number.IntegerGet();
   return AllWasRead(stream) && FileNameIsSafe(file.name) &&
-         header.number.IntegerGet() <= file.SampleCount();
+         (heartbeat->checksum ? unsent == 0 : unsent >= 0);
 }
 
 bool SampleRead(VORNCDRStream* stream, const char** bytes, int* length) {

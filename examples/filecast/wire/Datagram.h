@@ -8,6 +8,7 @@
 #include "wire/ExitCode.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 /// What filecast puts on the wire: one header and one of four bodies, as CDR items in big-endian
@@ -36,7 +37,6 @@ struct Header {
 /// The file, as every heartbeat tells it.
 struct FileDescription {
   std::uint64_t size = 0;
-  std::uint64_t checksum = 0;
   std::uint32_t sampleSize = 0;  ///< bytes of every sample but the last
   std::string name;              ///< of the file alone, without a folder
 
@@ -53,6 +53,9 @@ struct Heartbeat {
   std::uint32_t count = 0;  ///< heartbeats so far, this one included
   int answerPort = 0;       ///< windows go to this port at the heartbeat's source
   FileDescription file;
+  /// Of all bytes of the file. It is computed while they are sent, so there is none before the last
+  /// sample was sent.
+  std::optional<std::uint64_t> checksum;
 };
 
 /// How far a receiver is with the file.
