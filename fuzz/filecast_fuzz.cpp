@@ -77,7 +77,7 @@ void WindowTry(VORNCDRStream* stream, const Header& header, const std::string& d
   SendSchedule schedule(file);
   for (int i = 0; i < 50; ++i)
     schedule.SampleNext();
-  schedule.HeartbeatNext();
+  schedule.HeartbeatNext({});
   schedule.WindowApply(head, arrived, {1, 2}, VORNNtpTime());
   for (std::int64_t i = 0; i < LARGEST_KEPT; ++i) {
     const auto number = schedule.SampleNext();

@@ -2,8 +2,10 @@
 #include "receiver/IncomingFile.h"
 #include "sender/SendSchedule.h"
 #include "wire/Checksum.h"
+#include "wire/LossGenerator.h"
 
 #include <algorithm>
+#include <deque>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -55,7 +57,8 @@ std::vector<std::string> Examples() {
   return {Written(HeartbeatWrite, as(Kind::HEARTBEAT, 72),
                   Heartbeat{3, 40001, file, 0x0123456789ABCDEF}),
           Written(SampleWrite, as(Kind::SAMPLE, 2), "hello", 5),
-          Written(WindowWrite, as(Kind::WINDOW, 33), WindowHead{0x11223344, 3, {}, {}}, arrived),
+          Written(WindowWrite, as(Kind::WINDOW, 33), WindowHead{0x11223344, 3, {}, {}, 30, 800},
+                  arrived),
           Written(EndWrite, as(Kind::END, 72), ExitCode::OK)};
 }
 
@@ -112,6 +115,7 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
       {"failed without a reason", WINDOW, 36, 2, false},
       {"a reason without a failure", WINDOW, 40, 12, false},
       {"state 3", WINDOW, 36, 3, false},
+      {"no room", WINDOW, 48, 0, false},
       {"last reason", END, 28, 18, true},
       {"reason after the last", END, 28, 19, false},
   };
@@ -124,7 +128,7 @@ TEST(DatagramTest, IsRefusedWithAWordThatCannotBeTrue) {
     EXPECT_EQ(Reading(datagram).isGood, row.isGood) << row.what;
   }
   const Bitmap first(5, SequenceNumber(), 0), one(5, SequenceNumber(1), 0);
-  const WindowHead failed{1, 1, TransferState::FAILED, ExitCode::DISK_FULL};
+  const WindowHead failed{1, 1, TransferState::FAILED, ExitCode::DISK_FULL, 0, 1};
   const Reading failure(
       Written(WindowWrite, Header{1, WINDOW, {}, SequenceNumber(1)}, failed, one));
   EXPECT_TRUE(failure.isGood);
@@ -165,6 +169,8 @@ TEST(ProgressTest, FillsTheColumnsThatThereAre) {
     EXPECT_EQ(ProgressLine(row.view, row.columns), row.text) << row.what;
 }
 
+constexpr std::uint32_t ROOM = 1000;
+
 bool Hear(SendSchedule* sender, const WindowHead& head, std::int64_t lead, int size, int second) {
   const Bitmap arrived(size, SequenceNumber::FromInteger(lead), 0);
   return sender->WindowApply(head, arrived, {1, 1}, VORNNtpTime(second, 0));
@@ -173,7 +179,7 @@ bool Hear(SendSchedule* sender, const WindowHead& head, std::int64_t lead, int s
 // Five samples of ten are sent, and one heartbeat.
 TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
   SendSchedule sender({5000, 500, "f"});
-  sender.HeartbeatNext();
+  sender.HeartbeatNext({});
   for (int i = 0; i < 5; ++i)
     sender.SampleNext();
   using enum TransferState;
@@ -193,7 +199,7 @@ TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
   std::size_t applied = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    const WindowHead head{++id, row.heartbeat, row.state, {}};
+    const WindowHead head{++id, row.heartbeat, row.state, {}, 0, ROOM};
     EXPECT_EQ(Hear(&sender, head, row.lead, row.size, 0), row.isApplied);
     applied += row.isApplied ? 1 : 0;
     EXPECT_EQ(sender.PeersGet().size(), applied);
@@ -202,7 +208,7 @@ TEST(SendScheduleTest, AppliesNoWindowThatCannotBeTrue) {
 
 TEST(SendScheduleTest, RunsOneWindowAheadOfTheSlowestThatKeepsUp) {
   SendSchedule sender({500000, 500, "f"});
-  sender.HeartbeatNext();
+  sender.HeartbeatNext({});
   // clang-format off
   const struct { const char* what; std::uint32_t id; int lead; std::int64_t highest; } rows[] = {
       {"the first window", 1, 1, 256},
@@ -213,7 +219,7 @@ TEST(SendScheduleTest, RunsOneWindowAheadOfTheSlowestThatKeepsUp) {
   };
   // clang-format on
   for (const auto& row : rows) {
-    EXPECT_TRUE(Hear(&sender, {row.id, 1, {}, {}}, row.lead, 0, 0)) << row.what;
+    EXPECT_TRUE(Hear(&sender, {row.id, 1, {}, {}, 0, ROOM}, row.lead, 0, 0)) << row.what;
     while (sender.SampleNext()) {
     }
     EXPECT_EQ(sender.HighestGet(), row.highest) << row.what;
@@ -222,22 +228,169 @@ TEST(SendScheduleTest, RunsOneWindowAheadOfTheSlowestThatKeepsUp) {
 
 TEST(SendScheduleTest, KeepsReceiversApartAndGivesUpTheSilent) {
   SendSchedule sender({5000, 500, "f"});
-  sender.HeartbeatNext();
+  sender.HeartbeatNext({});
   using enum TransferState;
   for (std::uint32_t id = 1; id <= 64; ++id)
-    EXPECT_TRUE(Hear(&sender, {id, 1, RECEIVING, {}}, 1, 0, 0)) << id;
-  EXPECT_FALSE(Hear(&sender, {65, 1, RECEIVING, {}}, 1, 0, 0));
-  EXPECT_TRUE(Hear(&sender, {1, 1, FAILED, ExitCode::DISK_FULL}, 1, 0, 0));
-  EXPECT_TRUE(Hear(&sender, {1, 1, RECEIVING, {}}, 1, 0, 0));
+    EXPECT_TRUE(Hear(&sender, {id, 1, RECEIVING, {}, 0, ROOM}, 1, 0, 0)) << id;
+  EXPECT_FALSE(Hear(&sender, {65, 1, RECEIVING, {}, 0, ROOM}, 1, 0, 0));
+  EXPECT_TRUE(Hear(&sender, {1, 1, FAILED, ExitCode::DISK_FULL, 0, ROOM}, 1, 0, 0));
+  EXPECT_TRUE(Hear(&sender, {1, 1, RECEIVING, {}, 0, ROOM}, 1, 0, 0));
   EXPECT_EQ(sender.CountIn(FAILED), 1);
   EXPECT_EQ(sender.PeersGet()[0].reason, ExitCode::DISK_FULL);
   sender.LostPeersFind(VORNNtpTime(2, 0), VORNNtpTime(2, 0));
   EXPECT_EQ(sender.LostCount(), 0);
-  EXPECT_TRUE(Hear(&sender, {2, 1, RECEIVING, {}}, 1, 0, 1));
+  EXPECT_TRUE(Hear(&sender, {2, 1, RECEIVING, {}, 0, ROOM}, 1, 0, 1));
   sender.LostPeersFind(VORNNtpTime(3, 0), VORNNtpTime(2, 0));
   EXPECT_EQ(sender.LostCount(), 62);
-  EXPECT_TRUE(Hear(&sender, {3, 1, RECEIVING, {}}, 1, 0, 3));
+  EXPECT_TRUE(Hear(&sender, {3, 1, RECEIVING, {}, 0, ROOM}, 1, 0, 3));
   EXPECT_EQ(sender.LostCount(), 61);
+}
+
+TEST(SendScheduleTest, HasNoMoreOnItsWayThanTheSmallestBufferTakes) {
+  SendSchedule sender({500000, 500, "f"});
+  sender.HeartbeatNext({});
+  for (const std::uint32_t room : {100U, 60U})
+    EXPECT_TRUE(Hear(&sender, {room, 1, {}, {}, 0, room}, 1, 0, 0)) << room;
+  const auto drain = [&sender] {
+    while (sender.SampleNext()) {
+    }
+    return sender.SentGet();
+  };
+  EXPECT_EQ(drain(), 60U);
+  sender.HeartbeatNext({1, 0});
+  EXPECT_TRUE(Hear(&sender, {60, 2, {}, {}, 55, 60}, 61, 0, 0));
+  EXPECT_EQ(drain(), 100U);
+}
+
+FileDescription FileLarge() { return {10'000'000, 10, ""}; }
+
+// A sender and its receiver, as the program joins them, but with a link and a clock of the test.
+struct Pair {
+  SendSchedule schedule{FileLarge()};
+  SendRate rate{1e6};
+  ReceiveWindow window{FileLarge()};
+  std::uint32_t arrivals = 0;
+  int sinceHeartbeat = 0;
+  double heartbeatAt = -1, before = 0;
+};
+
+// A link that carries so many samples a second, keeps those that wait in a buffer of 100, and loses
+// a share of them. It takes 5 ms to cross; the way back is free of loss.
+struct Link {
+  struct Parcel {
+    double due;
+    std::size_t pair;
+    std::int64_t sample;  // 0: a heartbeat
+    std::uint32_t count;  // of the heartbeat
+    std::uint32_t arrivals = 0;
+    std::int64_t highest = 0;
+    std::shared_ptr<Bitmap> arrived;
+  };
+  double capacity;
+  LossGenerator loss;
+  std::vector<Pair> pairs;
+  std::deque<Parcel> forth, back;
+  double freeAt = 0;
+
+  void Put(double now, std::size_t pair, std::int64_t sample, std::uint32_t count) {
+    freeAt = std::max(freeAt, now);
+    if (freeAt - now > 100 / capacity || loss.LosesNext())
+      return;
+    freeAt += sample == 0 ? 0 : 1 / capacity;
+    forth.push_back(
+        {freeAt + 0.005, pair, sample, count, 0, pairs[pair].schedule.HighestGet(), nullptr});
+  }
+  void Ask(double now, std::size_t i) {
+    const Heartbeat heartbeat = pairs[i].schedule.HeartbeatNext(VORNNtpTime::FromSeconds(now));
+    pairs[i].sinceHeartbeat = 0;
+    pairs[i].heartbeatAt = now;
+    Put(now, i, 0, heartbeat.count);
+  }
+  void Send(double now, std::size_t i) {
+    Pair& pair = pairs[i];
+    pair.rate.TimePass(VORNNtpTime::FromSeconds(now));
+    while (pair.rate.HasCredit()) {
+      const auto number = pair.schedule.SampleNext();
+      if (!number)
+        break;
+      pair.rate.CreditUse();
+      Put(now, i, *number, 0);
+      if (++pair.sinceHeartbeat >= 32)
+        Ask(now, i);
+    }
+    if (now - pair.heartbeatAt > (pair.rate.HasCredit() ? 0.002 : 0.02))
+      Ask(now, i);
+  }
+  void Receive(double now, const Parcel& parcel) {
+    Pair& pair = pairs[parcel.pair];
+    if (parcel.sample == 0) {
+      Parcel answer{now + 0.005,
+                    parcel.pair,
+                    0,
+                    parcel.count,
+                    pair.arrivals,
+                    0,
+                    std::make_shared<Bitmap>(0, SequenceNumber(), 0)};
+      pair.window.ArrivedGet(SequenceNumber::FromInteger(parcel.highest), answer.arrived.get());
+      back.push_back(answer);
+      return;
+    }
+    ++pair.arrivals;
+    const SequenceNumber number = SequenceNumber::FromInteger(parcel.sample);
+    if (pair.window.SampleIsWanted(number, 10))
+      pair.window.SampleStored(number);
+  }
+  void Answer(double now, const Parcel& parcel) {
+    Pair& pair = pairs[parcel.pair];
+    const VORNNtpTime time = VORNNtpTime::FromSeconds(now);
+    pair.schedule.WindowApply({1, parcel.count, {}, {}, parcel.arrivals, ROOM}, *parcel.arrived,
+                              {1, 1}, time);
+    pair.rate.AnswerNote(0.01);
+    const auto round = pair.schedule.RoundGet();
+    if (round && pair.rate.RoundNote(*round)) {
+      pair.schedule.RoundBegin();
+    }
+  }
+  void Step(double now) {
+    for (; !forth.empty() && forth.front().due <= now; forth.pop_front())
+      Receive(now, forth.front());
+    for (; !back.empty() && back.front().due <= now; back.pop_front())
+      Answer(now, back.front());
+    for (std::size_t i = 0; i < pairs.size(); ++i)
+      Send(now, (i + static_cast<std::size_t>(now * 1000)) % pairs.size());
+  }
+};
+
+// Shares are those of what the link carries of each sender's samples, from second `from` to `to`.
+TEST(SendRateTest, FindsTheShareOfTheLink) {
+  // clang-format off
+  const struct { const char* what; double capacity, loss; std::size_t senders; int from, to; double least; } rows[] = {
+      {"1 MB/s", 700, 0, 1, 2, 6, 0.9},
+      {"10 MB/s", 7000, 0, 1, 2, 6, 0.9},
+      {"1 % lost", 7000, 0.01, 1, 2, 6, 0.9},
+      {"10 % lost", 7000, 0.1, 1, 2, 6, 0.8},
+      {"two senders", 7000, 0, 2, 2, 10, 0.8},
+      {"two senders, 1 % lost", 7000, 0.01, 2, 2, 10, 0.75},
+  };
+  // clang-format on
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    Link link{row.capacity, LossGenerator(row.loss, 1), std::vector<Pair>(row.senders), {}, {}};
+    std::vector<std::int64_t> leads;
+    for (int step = 0; step < row.to * 2000; ++step) {
+      if (step == row.from * 2000)
+        for (const Pair& pair : link.pairs)
+          leads.push_back(pair.window.LeadGet());
+      link.Step(step / 2000.0);
+    }
+    for (std::size_t i = 0; i < row.senders; ++i) {
+      const auto carried = static_cast<double>(link.pairs[i].window.LeadGet() - leads[i]);
+      const double share =
+          row.capacity * (1 - row.loss) / static_cast<double>(row.senders) * (row.to - row.from);
+      EXPECT_GE(carried / share, row.least) << i;
+      EXPECT_LE(carried / share, 2 - row.least) << i;
+    }
+  }
 }
 
 // Of 300 samples of 500 bytes, the last one with 7, only the second has arrived.

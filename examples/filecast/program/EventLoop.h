@@ -16,6 +16,8 @@ public:
   /// Acts when the event was due. Returns what `VORNEvent::Fired` does.
   int Fired(const VORNNtpTime& now) override;
   void Disable() { _mode = EVENT_DISABLED; }
+  /// An enabled event is due at once. Its period goes on from there.
+  void Hurry(const VORNNtpTime& now) { _deadline = now; }
 
 private:
   Action _action;

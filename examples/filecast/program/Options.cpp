@@ -106,7 +106,7 @@ void SendOptionsAdd(CLI::App* app, Options* options) {
   NumberOptionAdd(app, "--receivers", &options->receivers, 1, 64,
                   "Receivers to wait for before starting");
   NumberOptionAdd(app, "--rate", &options->rate, 0.01, 1000.0,
-                  "Megabytes of samples in a second, repairs included");
+                  "Megabytes of samples in a second at most, repairs included");
   app->add_option("--name", options->name,
                   "Name of the file at the receivers, up to 255 bytes (default: its own)")
       ->type_name("NAME");

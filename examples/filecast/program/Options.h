@@ -25,7 +25,7 @@ struct Options {
   std::string name;             ///< the file's name at the receivers; empty: its own
   std::vector<AddressPort> to;  ///< unicast: these instead of the group
   int receivers = 1;            ///< expected at least
-  double rate = 20;             ///< megabytes of samples in a second, repairs included
+  double rate = 1000;           ///< megabytes of samples in a second at most, repairs included
   int ttl = 1;
 
   // recv

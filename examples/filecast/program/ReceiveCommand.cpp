@@ -168,8 +168,12 @@ void ReceiveCommand::WindowSend(const Slot& slot) {
   answer.kind = Kind::WINDOW;
   answer.number = _window.lead;
   const std::optional<Failure>& failure = slot.file->FailureGet();
-  const WindowHead head{_id, slot.heartbeat, slot.file->StateGet(),
-                        failure ? failure->code : ExitCode::OK};
+  const WindowHead head{_id,
+                        slot.heartbeat,
+                        slot.file->StateGet(),
+                        failure ? failure->code : ExitCode::OK,
+                        slot.file->ArrivalsGet(),
+                        _endpoints.RoomGet()};
   VORNCDRStream stream;
   VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
   if (WindowWrite(&stream, answer, head, _window))

@@ -16,7 +16,7 @@ constexpr double PACE_PERIOD = 0.001;
 constexpr double HEARTBEAT_PERIOD = 0.02;
 constexpr double WATCH_PERIOD = 0.1;
 constexpr int SAMPLES_PER_HEARTBEAT = 32;  // well below a window, so that answers overlap sending
-constexpr double LARGEST_BURST = 64;       // samples; a receive buffer takes a few of these
+constexpr double SHORTEST_ASK_PAUSE = 0.002;
 constexpr int END_COUNT = 5;
 
 std::uint32_t SessionDraw() {
@@ -29,6 +29,7 @@ std::uint32_t SessionDraw() {
 SendCommand::SendCommand(const Options& options, PeerList* peers)
     : _options(options), _progress("sent"), _reader(options.path, options.name),
       _session(SessionDraw()), _schedule(_reader.FileGet()),
+      _rate(options.rate * 1e6 / SAMPLE_CAPACITY),
       _endpoints(options.group, options.to, options.ttl), _loss(options.drop, options.seed),
       _inbox(&_endpoints.AnswersGet(), peers, nullptr,
              [this](VORNCDRStream* stream, const Header& header, const AddressPort& source) {
@@ -70,26 +71,44 @@ void SendCommand::LoopRun() {
         _inbox.DatagramsRead();
         RecipientsUpdate();
         PhaseUpdate(now);
+        RateUpdate(now);
       },
       [this] { return _phase == Phase::DONE; });
 }
 
-// Sends as many samples as the time since the last call allows. Time that could not be used is
-// lost, so that a stall is not followed by a flood.
+// Sends what the rate allows, in pieces, so that answers are read in between.
 void SendCommand::SamplesSend(const VORNNtpTime& now) {
-  const double samplesPerSecond = _options.rate * 1e6 / SAMPLE_CAPACITY;
-  _credit = std::min(_credit + (now - _paceBefore).SecondsGet() * samplesPerSecond, LARGEST_BURST);
-  _paceBefore = now;
-  for (; _credit >= 1; _credit -= 1) {
-    if (!SampleSend(now)) {
-      // All are waiting now, so the receivers are asked at once what they miss.
-      if (_sinceHeartbeat > 0)
-        HeartbeatSend(now);
-      return;
-    }
+  _rate.TimePass(now);
+  for (int i = 0; i < SAMPLES_PER_HEARTBEAT && _rate.HasCredit(); ++i) {
+    if (!SampleSend(now))
+      return MissingAsk(now);
+    _rate.CreditUse();
     if (_sinceHeartbeat >= SAMPLES_PER_HEARTBEAT)
       HeartbeatSend(now);
   }
+  if (_rate.HasCredit())
+    _pace->Hurry(now);
+}
+
+// All are waiting now, so the receivers are asked at once what they miss. Question and answer can
+// be lost, and then nothing moves before the next one. So it is repeated soon, but ever more
+// seldom.
+void SendCommand::MissingAsk(const VORNNtpTime& now) {
+  const bool isOverdue = (now - _asked).SecondsGet() > _askPause;
+  if (_sinceHeartbeat == 0 && !isOverdue)
+    return;
+  if (_sinceHeartbeat == 0)
+    _askPause = std::min(2 * _askPause, HEARTBEAT_PERIOD);
+  HeartbeatSend(now);
+}
+
+void SendCommand::RateUpdate(const VORNNtpTime& now) {
+  if (_phase != Phase::SENDING)
+    return;
+  _pace->Hurry(now);  // an answer may have made room
+  const std::optional<Round> round = _schedule.RoundGet();
+  if (round && _rate.RoundNote(*round))
+    _schedule.RoundBegin();
 }
 
 bool SendCommand::SampleSend(const VORNNtpTime& now) {
@@ -101,7 +120,6 @@ bool SendCommand::SampleSend(const VORNNtpTime& now) {
   SampleWrite(&stream, HeaderMake(Kind::SAMPLE, *number, now), _reader.SampleGet(*number),
               _schedule.FileGet().SampleLength(*number));
   DatagramSend(&stream, now);
-  ++_sampleCount;
   ++_sinceHeartbeat;
   return true;
 }
@@ -119,12 +137,13 @@ void SendCommand::HeartbeatFired(const VORNNtpTime& now) {
 void SendCommand::HeartbeatSend(const VORNNtpTime& now) {
   VORNCDRStream stream;
   VornCDRStreamInitialize(&stream, _buffer, sizeof _buffer, VORN_CDR_BIG_ENDIAN);
-  Heartbeat heartbeat = _schedule.HeartbeatNext();
+  Heartbeat heartbeat = _schedule.HeartbeatNext(now);
   heartbeat.answerPort = _endpoints.AnswerPortGet();
   heartbeat.checksum = _reader.ChecksumGet();
   HeartbeatWrite(&stream, HeaderMake(Kind::HEARTBEAT, _schedule.HighestGet(), now), heartbeat);
   DatagramSend(&stream, now);
   _sinceHeartbeat = 0;
+  _asked = now;
   _heartbeat->Enable(now);
 }
 
@@ -175,8 +194,11 @@ Inbox::Verdict SendCommand::WindowHandle(VORNCDRStream* stream, const Header& he
       !_schedule.WindowApply(head, _window, source, _now))
     return Inbox::Verdict::GARBLED;
   // The time should be our own, brought back, but a receiver can write anything there.
-  if (header.time >= _begin && header.time <= _now)
+  if (header.time >= _begin && header.time <= _now) {
     _slowestAnswer = std::max(_slowestAnswer, _now - header.time);
+    _rate.AnswerNote((_now - header.time).SecondsGet());
+  }
+  _askPause = std::max(SHORTEST_ASK_PAUSE, 2 * _rate.RoundTripGet());
   return Inbox::Verdict::TAKEN;
 }
 
@@ -196,7 +218,7 @@ void SendCommand::RecipientsUpdate() {
   _standings.resize(peers.size(), Standing::UNKNOWN);
   for (std::size_t i = 0; i < peers.size(); ++i) {
     const SendSchedule::Peer& peer = peers[i];
-    const bool isServed = !peer.lost && peer.state == TransferState::RECEIVING;
+    const bool isServed = peer.IsServed();
     const Standing standing = isServed ? Standing::SERVED : Standing::OUT;
     const Standing before = std::exchange(_standings[i], standing);
     if (before == standing)
@@ -230,7 +252,9 @@ void SendCommand::PhaseUpdate(const VORNNtpTime& now) {
     if (known < _options.receivers && !waitIsOver)
       return;
     _phase = Phase::SENDING;
-    _begin = _paceBefore = now;
+    _begin = now;
+    _rate.Begin(now);
+    _schedule.RoundBegin();
     _pace->Enable(now);
   }
   // Right after the gathering, too: when all have refused the file, no sample is sent.
@@ -255,12 +279,13 @@ void SendCommand::CountsSay() {
   const Inbox::Counts& counts = _inbox.CountsGet();
   char text[400];
   const std::uint64_t repairs = _schedule.RepairsGet();
-  const double share =
-      static_cast<double>(repairs) / static_cast<double>(std::max<std::uint64_t>(_sampleCount, 1));
+  const double share = static_cast<double>(repairs) /
+                       static_cast<double>(std::max<std::uint64_t>(_schedule.SentGet(), 1));
   std::snprintf(text, sizeof text, "%s; %s, of them %s (%.1f %%); slowest answer %.1f ms",
                 ThroughputText(CarriedGet(), (_end - _begin).SecondsGet()).c_str(),
-                CountText(_sampleCount, "sample").c_str(), CountText(repairs, "repair").c_str(),
-                100 * share, 1000 * _slowestAnswer.SecondsGet());
+                CountText(_schedule.SentGet(), "sample").c_str(),
+                CountText(repairs, "repair").c_str(), 100 * share,
+                1000 * _slowestAnswer.SecondsGet());
   _progress.Say(text);
   std::snprintf(text, sizeof text,
                 "receivers: %d complete, %d failed, %d lost; windows: %llu taken, %llu refused, "

@@ -6,6 +6,7 @@
 #include "program/Progress.h"
 #include "sender/Recipients.h"
 #include "sender/SampleReader.h"
+#include "sender/SendRate.h"
 #include "sender/SendSchedule.h"
 #include "wire/Endpoints.h"
 #include "wire/ExitCode.h"
@@ -15,7 +16,8 @@
 
 /// `filecast send`: joins the schedule to sockets, file, clock and user.
 ///
-/// It gathers receivers by heartbeats, sends at an even pace, and says the end a few times. Three
+/// It gathers receivers by heartbeats, sends as fast as they and the network take it, and says the
+/// end a few times. Three
 /// timers drive it: the pace, the heartbeat and the watch over receivers that fall silent.
 class SendCommand {
 public:
@@ -36,6 +38,8 @@ private:
                               const AddressPort& source);
 
   bool SampleSend(const VORNNtpTime& now);
+  void MissingAsk(const VORNNtpTime& now);
+  void RateUpdate(const VORNNtpTime& now);
   void HeartbeatSend(const VORNNtpTime& now);
   void LoopRun();
   void EndSend(const VORNNtpTime& now, ExitCode reason);
@@ -56,6 +60,7 @@ private:
   SampleReader _reader;
   std::uint32_t _session;
   SendSchedule _schedule;
+  SendRate _rate;
   SendEndpoints _endpoints;
   LossGenerator _loss;  ///< of what is sent
   Inbox _inbox;
@@ -66,16 +71,15 @@ private:
   Phase _phase = Phase::GATHERING;
   ActionEvent* _pace = nullptr;
   ActionEvent* _heartbeat = nullptr;
-  VORNNtpTime _now;    ///< when the loop last called
-  VORNNtpTime _begin;  ///< of the gathering, then of the sending
-  VORNNtpTime _end;    ///< of the sending
-  VORNNtpTime _paceBefore;
+  VORNNtpTime _now;       ///< when the loop last called
+  VORNNtpTime _begin;     ///< of the gathering, then of the sending
+  VORNNtpTime _end;       ///< of the sending
   VORNNtpTime _sentWell;  ///< when the system last took a datagram
   VORNNtpTime _slowestAnswer;
-  double _credit = 0;       ///< samples that the pace allows by now
+  VORNNtpTime _asked;       ///< when the last heartbeat went out
+  double _askPause = 0;     ///< seconds until one is repeated that nobody answers
   int _sinceHeartbeat = 0;  ///< samples sent
   int _endsSent = 0;
-  std::uint64_t _sampleCount = 0;
   char _buffer[DATAGRAM_CAPACITY];
 };
 

@@ -34,6 +34,7 @@ double IncomingFile::SecondsGet() const { return (_end - _begin).SecondsGet(); }
 void IncomingFile::SampleAdd(const SequenceNumber& number, const char* bytes, int length,
                              const VORNNtpTime& now) {
   _heard = now;
+  ++_arrivals;
   if (_state != TransferState::RECEIVING || !_window.SampleIsWanted(number, length))
     return;
   try {

@@ -20,6 +20,8 @@ public:
   unsigned int SenderGet() const { return _sender; }
   const ReceiveWindow& WindowGet() const { return _window; }
   TransferState StateGet() const { return _state; }
+  /// Sample datagrams that came; wraps.
+  std::uint32_t ArrivalsGet() const { return _arrivals; }
   /// Why it failed; none while it has not.
   const std::optional<Failure>& FailureGet() const { return _failure; }
   /// Bytes that are there without a gap, from the first one.
@@ -29,7 +31,7 @@ public:
   /// Whether nothing more is to be told to the sender.
   bool IsOver() const { return _isOver; }
 
-  /// Stores a sample that is missing; another one is only a sign of life.
+  /// Counts a sample, and stores it if it is missing.
   void SampleAdd(const SequenceNumber& number, const char* bytes, int length,
                  const VORNNtpTime& now);
   /// Learns the file's checksum. Without it, a file that is all there is not whole.
@@ -59,6 +61,7 @@ private:
   VORNNtpTime _begin;
   VORNNtpTime _heard;
   VORNNtpTime _end;
+  std::uint32_t _arrivals = 0;
   int _finalAnswers = 0;  ///< windows that told the final state
   bool _isOver = false;
 };

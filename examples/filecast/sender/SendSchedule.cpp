@@ -8,9 +8,10 @@ SendSchedule::SendSchedule(const FileDescription& file)
   _peers.reserve(PEER_CAPACITY);
 }
 
-Heartbeat SendSchedule::HeartbeatNext() {
+Heartbeat SendSchedule::HeartbeatNext(const VORNNtpTime& now) {
   Heartbeat heartbeat;
   heartbeat.count = ++_heartbeats;
+  _marks[_heartbeats % MARK_CAPACITY] = {_sent, now};
   heartbeat.file = _file;
   return heartbeat;
 }
@@ -40,6 +41,7 @@ bool SendSchedule::WindowApply(const WindowHead& head, const Bitmap& arrived,
     return false;
   peer->lastHeard = now;
   peer->lost = false;
+  ArrivalsLearn(peer, head);
   // Datagrams overtake each other, but neither a lead nor an end is ever taken back.
   peer->lead = std::max(peer->lead, lead);
   if (peer->state == TransferState::RECEIVING) {
@@ -49,6 +51,33 @@ bool SendSchedule::WindowApply(const WindowHead& head, const Bitmap& arrived,
   if (peer->state == TransferState::RECEIVING)
     MissingQueue(head.heartbeat, arrived);
   return true;
+}
+
+void SendSchedule::ArrivalsLearn(Peer* peer, const WindowHead& head) const {
+  if (head.heartbeat < peer->answered)
+    return;
+  peer->answered = head.heartbeat;
+  peer->arrived = head.arrived;
+  peer->room = head.room;
+  if (peer->roundFrom >= _roundFrom || head.heartbeat < _roundFrom)
+    return;
+  peer->roundFrom = head.heartbeat;
+  peer->roundArrived = head.arrived;
+}
+
+std::optional<Round> SendSchedule::RoundGet() const {
+  std::optional<Round> worst;
+  for (const Peer& peer : _peers) {
+    if (!peer.IsServed() || peer.roundFrom < _roundFrom || !IsMarked(peer.roundFrom))
+      continue;
+    const Mark& from = MarkGet(peer.roundFrom);
+    const Mark& to = MarkGet(peer.answered);
+    const Round round{(to.time - from.time).SecondsGet(), to.sent - from.sent,
+                      peer.arrived - peer.roundArrived};
+    if (round.sent > 0 && (!worst || round.ArrivedShare() < worst->ArrivedShare()))
+      worst = round;
+  }
+  return worst;
 }
 
 void SendSchedule::MissingQueue(std::uint32_t heartbeat, const Bitmap& arrived) {
@@ -69,14 +98,23 @@ std::int64_t SendSchedule::LimitGet() const {
   std::int64_t limit = _file.SampleCount();
   for (const Peer& peer : _peers) {
     const bool keepsUp = peer.lead + Bitmap::CAPACITY > _highest;
-    if (peer.state == TransferState::RECEIVING && !peer.lost && keepsUp)
+    if (peer.IsServed() && keepsUp)
       limit = std::min(limit, peer.lead + Bitmap::CAPACITY - 1);
   }
   return limit;
 }
 
+bool SendSchedule::RoomIsFull() const {
+  return std::any_of(_peers.begin(), _peers.end(), [this](const Peer& peer) {
+    return peer.IsServed() &&
+           (!IsMarked(peer.answered) || _sent - MarkGet(peer.answered).sent >= peer.room);
+  });
+}
+
 std::optional<std::int64_t> SendSchedule::SampleNext() {
   std::int64_t number = 0;
+  if (RoomIsFull())
+    return std::nullopt;
   if (!_repairQueue.empty()) {
     number = _repairQueue.front();
     _repairQueue.pop_front();
@@ -88,6 +126,7 @@ std::optional<std::int64_t> SendSchedule::SampleNext() {
     return std::nullopt;
   }
   _sentAfter[static_cast<std::size_t>(number)] = _heartbeats;
+  ++_sent;
   return number;
 }
 

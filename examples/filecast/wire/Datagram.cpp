@@ -119,7 +119,8 @@ bool WindowWrite(VORNCDRStream* stream, const Header& header, const WindowHead& 
   return HeaderWrite(stream, header) && WordWrite(stream, head.receiver) &&
          WordWrite(stream, head.heartbeat) &&
          WordWrite(stream, static_cast<std::uint32_t>(head.state)) &&
-         ReasonWrite(stream, head.reason) && arrived.Serialize(stream) != 0;
+         ReasonWrite(stream, head.reason) && WordWrite(stream, head.arrived) &&
+         WordWrite(stream, head.room) && arrived.Serialize(stream) != 0;
 }
 
 bool EndWrite(VORNCDRStream* stream, const Header& header, ExitCode reason) {
@@ -165,7 +166,8 @@ bool WindowRead(VORNCDRStream* stream, const Header& header, WindowHead* head, B
   std::uint32_t state = 0;
   if (!WordRead(stream, &head->receiver) || !WordRead(stream, &head->heartbeat) ||
       !WordRead(stream, &state) || state > static_cast<std::uint32_t>(TransferState::FAILED) ||
-      !ReasonRead(stream, &head->reason) || arrived->Deserialize(stream) == 0)
+      !ReasonRead(stream, &head->reason) || !WordRead(stream, &head->arrived) ||
+      !WordRead(stream, &head->room) || head->room == 0 || arrived->Deserialize(stream) == 0)
     return false;
   head->state = static_cast<TransferState>(state);
   const bool hasFailed = head->state == TransferState::FAILED;

@@ -67,6 +67,8 @@ struct WindowHead {
   std::uint32_t heartbeat = 0;  ///< count of the heartbeat that it answers
   TransferState state = TransferState::RECEIVING;
   ExitCode reason = ExitCode::OK;  ///< why it failed; `OK` while it has not
+  std::uint32_t arrived = 0;       ///< sample datagrams that came, each copy of one; wraps
+  std::uint32_t room = 1;          ///< sample datagrams that its receive buffer takes; never 0
 };
 
 /// Writers return whether everything fitted. The stream holds `DATAGRAM_CAPACITY` bytes or more.

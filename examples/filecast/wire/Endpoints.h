@@ -51,6 +51,8 @@ public:
   ReceiveEndpoints(const AddressPort& group, const AddressPort& at, unsigned int from);
 
   VORNDGram& DataGet() { return _data; }
+  /// How many datagrams of samples the receive buffer takes, 1 at least.
+  std::uint32_t RoomGet() const { return _room; }
   /// Sends what the stream holds. Returns false, with `errno` set, when the system does not take
   /// it.
   bool Answer(const AddressPort& to, VORNCDRStream* stream);
@@ -58,6 +60,7 @@ public:
 private:
   VORNDGram _data;
   VORNDGram _answers;
+  std::uint32_t _room;
 };
 
 #endif
