@@ -1,6 +1,7 @@
 #include "program/Progress.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -40,12 +41,12 @@ std::string LeftText(const ProgressView& view) {
   const double left = static_cast<double>(view.size - view.done) / view.rate;
   if (left > LONGEST_LEFT)
     return "";
-  const int seconds = static_cast<int>(left + 0.5);
+  const long seconds = std::lround(left);
   char text[40];
   if (seconds < 3600)
-    std::snprintf(text, sizeof text, ", %d:%02d left", seconds / 60, seconds % 60);
+    std::snprintf(text, sizeof text, ", %ld:%02ld left", seconds / 60, seconds % 60);
   else
-    std::snprintf(text, sizeof text, ", %d:%02d:%02d left", seconds / 3600, seconds / 60 % 60,
+    std::snprintf(text, sizeof text, ", %ld:%02ld:%02ld left", seconds / 3600, seconds / 60 % 60,
                   seconds % 60);
   return text;
 }
