@@ -23,8 +23,7 @@ struct Round {
 /// round tells how many of its samples came to the receiver that lost most.
 /// - The start is ten samples in a round trip, as TCP begins, and the rate is doubled after each
 ///   round until a round loses an eighth more than the base loss.
-/// - From then on the rate rises by 60 times its square root in a second. After six rounds without
-/// a
+/// - From then on the rate rises by 60 times its square root in a second. After six rounds with no
 ///   step back it rises by twice that, then three times, and so on: such a line has room. It rises
 ///   by a tenth in a round at most. A rate that was not used, because windows or the host were
 ///   slower, does not rise.
