@@ -459,7 +459,7 @@ TEST(DebugPrint, CutsLongTextsAndGivesThemToTheSink) {
       [](const char* text, void* to) { static_cast<std::string*>(to)->append(text).append("|"); },
       &printed);
   const char* none = nullptr;
-  EXPECT_EQ(KelDebugPrint(none), -1);
+  EXPECT_EQ(KelDebugPrint(none, 0), -1);
   EXPECT_EQ(KelDebugPrint("%d", 72), 2);
   EXPECT_EQ(KelDebugPrint("%s", ""), 0);
   EXPECT_EQ(KelDebugPrint("%01500d", 7), 1023);
