@@ -125,8 +125,8 @@ mount -t tmpfs none disk3
 echo old >r2/data
 recv r1 & whole=$!
 recv disk2 & full=$!
-# Without /proc no file can be linked by its descriptor, so this one has a hidden name.
-"${there[@]}" unshare -m sh -c 'mount -t tmpfs none /proc && exec "$0" recv r2' "$filecast" >>recv.log 2>&1 & interrupted=$!
+# Without its descriptors in /proc this one can link no file, so the file has a hidden name.
+"${there[@]}" unshare -m sh -c 'mount -t tmpfs none "/proc/$$/fd" && exec "$0" recv r2' "$filecast" >>recv.log 2>&1 & interrupted=$!
 "${there[@]}" "$filecast" recv disk3 >>recv.log 2>&1 & killed=$!
 send data --receivers 4 --rate 1 --patience 5 & sending=$!
 await_quarter
