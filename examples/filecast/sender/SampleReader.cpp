@@ -81,7 +81,8 @@ const SampleReader::Block& SampleReader::BlockGet(std::int64_t index) {
   block.index = -1;  // in case that the file cannot be read
   block.bytes.resize(std::size_t{BLOCK_SAMPLES} * _file.sampleSize);
   const std::uint64_t start = _file.SampleOffset(index * BLOCK_SAMPLES + 1);
-  const std::uint64_t expected = std::min<std::uint64_t>(block.bytes.size(), _file.size - start);
+  const auto expected =
+      static_cast<std::size_t>(std::min<std::uint64_t>(block.bytes.size(), _file.size - start));
   if (BytesRead(block.bytes.data(), expected, start) < expected)
     throw Failure(ExitCode::FILE_CHANGED, _path + ": became shorter while it was sent");
   block.index = index;

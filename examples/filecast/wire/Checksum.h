@@ -33,17 +33,20 @@ inline std::uint64_t Checksum(std::uint64_t before, const char* bytes, std::size
   const auto byteGet = [&bytes](std::size_t i) {
     return std::uint64_t{static_cast<unsigned char>(bytes[i])};
   };
+  const auto rowGet = [](std::size_t table, std::uint64_t row) {
+    return CHECKSUM_TABLES[table][static_cast<std::size_t>(row & 0xFF)];
+  };
   std::uint64_t value = ~before;
   for (; length >= CHECKSUM_STRIDE; length -= CHECKSUM_STRIDE, bytes += CHECKSUM_STRIDE) {
     std::uint64_t sum = 0;
     for (std::size_t i = 0; i < 8; ++i)
-      sum ^= CHECKSUM_TABLES[CHECKSUM_STRIDE - 1 - i][((value >> (8 * i)) & 0xFF) ^ byteGet(i)];
+      sum ^= rowGet(CHECKSUM_STRIDE - 1 - i, value >> (8 * i) ^ byteGet(i));
     for (std::size_t i = 8; i < CHECKSUM_STRIDE; ++i)
-      sum ^= CHECKSUM_TABLES[CHECKSUM_STRIDE - 1 - i][byteGet(i)];
+      sum ^= rowGet(CHECKSUM_STRIDE - 1 - i, byteGet(i));
     value = sum;
   }
   for (; length > 0; --length, ++bytes)
-    value = (value >> 8) ^ CHECKSUM_TABLES[0][(value & 0xFF) ^ byteGet(0)];
+    value = (value >> 8) ^ rowGet(0, value ^ byteGet(0));
   return ~value;
 }
 
