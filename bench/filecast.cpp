@@ -1,6 +1,9 @@
 // One file to 1, 3 and 8 receivers that lose a share of what they hear: by filecast, by a bare loop
 // that repairs nothing, and, where nothing is lost, by a TCP copy to each. Sender and receivers are
 // in two networks that this process makes, joined by a veth pair; the files are in memory.
+//
+// The pair carries what the processors can move, and TCP in pieces of 64 KiB. So one case is on a
+// line of a certain rate, as real ones are: only there does it show that a file is carried once.
 
 #include "targets.h"
 
@@ -24,6 +27,7 @@ constexpr int MOST_RECEIVERS = 8;
 constexpr int BARE_PORT = 7412, TCP_PORT = 7413;
 constexpr unsigned int GROUP = 0xEFFF4D02, NEAR = 0x0A4D0001;  // 239.255.77.2, 10.77.0.1
 constexpr std::size_t TCP_CHUNK = 65536;
+constexpr int LINE_MEGABITS = 400;
 
 struct Site {
   int far;  // the receivers' network
@@ -193,7 +197,7 @@ SitePointer SiteMake(bool isQuick) {
   // The memory first: a shell that makes the network needs nothing from the place it covers.
   const std::string folder = MemoryFolderMake();
   const auto site = std::make_shared<Site>(Site{FarNetworkMake(MOST_RECEIVERS), folder, ""});
-  site->file.resize(isQuick ? 2'000'000 : 32'000'000);
+  site->file.resize(isQuick ? 2'000'000 : 64'000'000);
   std::uint32_t random = 1;
   for (char& byte : site->file)
     byte = static_cast<char>((random = random * 1'664'525U + 1'013'904'223U) >> 24);
@@ -204,23 +208,39 @@ SitePointer SiteMake(bool isQuick) {
   return site;
 }
 
-void CaseRun(Runner& runner, const SitePointer& site, int receivers, unsigned int percent) {
-  Case subject{"file to " + std::to_string(receivers), "% lost", static_cast<long>(percent)};
+struct Load {
+  std::string name;
+  int receivers;
+  unsigned int percent;  // lost by each receiver
+};
+
+void CaseRun(Runner& runner, const SitePointer& site, const Load& load) {
+  Case subject{load.name, "% lost", static_cast<long>(load.percent)};
   subject.metrics = {{"goodput", "MB/s", true}};
   subject.rounds = runner.IsQuick() ? 1 : 3;
   const auto add = [&](const char* name, Role role, const auto& run) {
     subject.Add(name, role, [&] {
-      return [site, run, receivers, percent](double) {
-        return Values{run(*site, receivers, percent)};
-      };
+      return [site, run, load](double) { return Values{run(*site, load.receivers, load.percent)}; };
     });
   };
   add("filecast", Role::LIBRARY, FilecastRun);
   add("floor", Role::FLOOR, BareRun);
-  if (percent == 0)
+  if (load.percent == 0)
     add("TCP to each", Role::PEER,
         [](const Site& s, int count, unsigned int) { return TcpRun(s, count); });
   runner.Run(subject);
+}
+
+// The last case: the line keeps its rate.
+void LineRun(Runner& runner, const SitePointer& site) {
+  const std::string rate = std::to_string(LINE_MEGABITS);
+  try {
+    Shell("tc qdisc add dev near0 root tbf rate " + rate + "mbit burst 64kb latency 20ms");
+  } catch (const Unavailable& reason) {
+    std::fprintf(stderr, "skipped: a line of %s Mbit/s: %s\n", rate.c_str(), reason.what());
+    return;
+  }
+  CaseRun(runner, site, {"at " + rate + " Mbit/s to 8", MOST_RECEIVERS, 0});
 }
 
 }  // namespace
@@ -232,5 +252,6 @@ void FilecastBench(Runner& runner) {
   for (const int receivers : {1, 3, 8})
     for (const unsigned int percent : {0U, 1U, 5U, 10U, 30U})
       if (!runner.IsQuick() || percent == 0 || percent == 10)
-        CaseRun(runner, site, receivers, percent);
+        CaseRun(runner, site, {"file to " + std::to_string(receivers), receivers, percent});
+  LineRun(runner, site);
 }

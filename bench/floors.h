@@ -227,9 +227,10 @@ inline int TextFilter(const char* input, int length, char* output) {
 
 /// A file multicast by a bare loop. The receivers say in shared memory how far they are, which
 /// costs nothing: so the sender goes as fast as they take datagrams, and none is lost but on
-/// purpose.
+/// purpose. They pause when few have come, since to be woken for each would cost more than to take
+/// it, and write many at a time.
 constexpr long SAMPLE_SIZE = 1408, SAMPLE_HEADER = 32;
-constexpr long SAMPLES_AHEAD = 64;  // fewer than a receive buffer holds
+constexpr long SAMPLES_AHEAD = 128;  // fewer than a receive buffer holds
 struct Flow {
   std::atomic<long> taken[8];
   std::atomic<long> written[8];  ///< bytes
@@ -251,15 +252,42 @@ inline void SamplesSend(int descriptor, const sockaddr_in& to, const char* file,
   }
 }
 
-/// Loses `percent` of what it takes and writes the rest to its place in `output`.
+/// The datagram's length, waiting for it: at once, as long as each comes soon after the last.
+inline long SampleTake(int descriptor, char* datagram, std::size_t size, int* inARow) {
+  for (;;) {
+    const long length = recv(descriptor, datagram, size, MSG_DONTWAIT);
+    if (length >= 0) {
+      ++*inARow;
+      return length;
+    }
+    if (errno != EAGAIN)
+      SystemFail("recv");
+    const timespec pause{0, 50'000};
+    if (*inARow > 0 && *inARow < 32)
+      nanosleep(&pause, nullptr);
+    else if (DatagramWait(descriptor) < 0)
+      SystemFail("select");
+    *inARow = 0;
+  }
+}
+
+/// Loses `percent` of what it takes and writes the rest to `output`, 64 samples at a time.
 inline void SamplesReceive(int descriptor, int output, long size, unsigned int percent,
                            std::atomic<long>* taken, std::atomic<long>* written) {
   char datagram[SAMPLE_HEADER + SAMPLE_SIZE];
+  std::vector<char> kept;
+  kept.reserve(64 * SAMPLE_SIZE);
+  const auto write = [&] {
+    const auto length = static_cast<ssize_t>(kept.size());
+    if (::write(output, kept.data(), kept.size()) != length)
+      SystemFail("write");
+    written->fetch_add(length, std::memory_order_relaxed);
+    kept.clear();
+  };
   std::uint32_t random = 0x9E3779B9U ^ static_cast<std::uint32_t>(getpid());
+  int inARow = 0;
   for (long number = 0; (number + 1) * SAMPLE_SIZE < size;) {
-    const long length = recv(descriptor, datagram, sizeof datagram, 0) - SAMPLE_HEADER;
-    if (length <= 0)
-      SystemFail("recv");
+    const long length = SampleTake(descriptor, datagram, sizeof datagram, &inARow);
     std::memcpy(&number, datagram, sizeof number);
     taken->store(number + 1, std::memory_order_release);
     random ^= random << 13;
@@ -267,11 +295,11 @@ inline void SamplesReceive(int descriptor, int output, long size, unsigned int p
     random ^= random << 5;
     if (random % 100 < percent)
       continue;
-    if (pwrite(output, datagram + SAMPLE_HEADER, static_cast<std::size_t>(length),
-               number * SAMPLE_SIZE) != length)
-      SystemFail("pwrite");
-    written->fetch_add(length, std::memory_order_relaxed);
+    kept.insert(kept.end(), datagram + SAMPLE_HEADER, datagram + length);
+    if (kept.size() > 63 * SAMPLE_SIZE)
+      write();
   }
+  write();
 }
 
 }  // namespace floors

@@ -52,7 +52,7 @@ std::string MemoryFolderMake() {
   NamespaceEnter(CLONE_NEWNS, "mount");
   const char* const place = "/mnt";
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("bench", place, "tmpfs", 0, "size=900m") != 0)
+      mount("bench", place, "tmpfs", 0, "size=1300m") != 0)
     throw Unavailable(std::string("no memory file system: ") + std::strerror(errno));
   return place;
 }

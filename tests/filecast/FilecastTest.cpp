@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <random>
 #include <unistd.h>
 #include <utility>
@@ -407,13 +408,29 @@ TEST(ReceiveWindowTest, WantsWhatIsMissingInItsProperLength) {
   EXPECT_FALSE(window.SampleIsWanted(SequenceNumber(300), 500));
 }
 
-TEST(ChecksumTest, IsThatOfTheStandardHoweverTheBytesAreCut) {
-  const std::string text = "123456789", all = text + text + text;
-  EXPECT_EQ(Checksum(0, text.data(), text.size()), 0x995DC9BBDF1939FA);
-  for (std::size_t cut = 0; cut <= all.size(); ++cut)
-    EXPECT_EQ(Checksum(Checksum(0, all.data(), cut), &all[cut], all.size() - cut),
-              Checksum(0, all.data(), all.size()))
-        << cut;
+std::uint64_t SumGet(const std::string& bytes) {
+  Checksum sum;
+  sum.Add(bytes.data(), bytes.size());
+  return sum.Get();
+}
+
+TEST(ChecksumTest, IsTheSameOnAnyHostHoweverTheBytesAreCut) {
+  std::string all(100, '\0');
+  std::iota(all.begin(), all.end(), '\0');
+  constexpr std::uint64_t WHOLE = 0x991C25AD850B0A22;
+  EXPECT_EQ(SumGet("123456789"), 0x4F156E31962D0277);
+  for (std::size_t cut = 0; cut <= all.size(); ++cut) {
+    Checksum sum;
+    sum.Add(all.data(), cut);
+    sum.Add(&all[cut], all.size() - cut);
+    EXPECT_EQ(sum.Get(), WHOLE) << cut;
+  }
+  for (std::size_t bit = 0; bit < 8 * all.size(); ++bit) {
+    std::string damaged = all;
+    damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
+    EXPECT_NE(SumGet(damaged), WHOLE) << bit;
+  }
+  EXPECT_NE(SumGet(all + '\0'), WHOLE);
 }
 
 // How a file of 1000 samples ends in a folder of its own. Samples come backwards, 127 and 256 at a
@@ -423,7 +440,7 @@ TEST(IncomingFileTest, IsWrittenWholeOrRemovedWithItsReason) {
   std::string text(ALL * 10 - 3, '\0');
   std::mt19937 random(1);
   std::generate(text.begin(), text.end(), [&] { return static_cast<char>(random()); });
-  const std::uint64_t sum = Checksum(0, text.data(), text.size());
+  const std::uint64_t sum = SumGet(text);
   const auto nothing = [](IncomingFile&) {};
   const auto patience = [](IncomingFile& file) { file.SilenceCheck({2, 0}, {2, 0}); };
   const auto silence = [](IncomingFile& file) { file.SilenceCheck({2, 1}, {2, 0}); };

@@ -1,6 +1,5 @@
 #include "receiver/PartialFile.h"
 
-#include "wire/Checksum.h"
 #include "wire/Failure.h"
 
 #include <algorithm>
@@ -89,7 +88,7 @@ void PartialFile::SamplesWrite(std::int64_t end) {
         std::min(_file.size, _file.SampleOffset(stop)) - _file.SampleOffset(_written));
     const char* bytes = _ring.data() + place * _file.sampleSize;
     BytesWrite(bytes, length);
-    _checksum = Checksum(_checksum, bytes, length);
+    _checksum.Add(bytes, length);
     _written = stop;
   }
 }
@@ -108,7 +107,7 @@ void PartialFile::BytesWrite(const char* bytes, std::size_t length) {
 
 void PartialFile::Finish(std::uint64_t checksum) {
   SamplesWrite(_lead);
-  if (_checksum != checksum)
+  if (_checksum.Get() != checksum)
     throw Failure(ExitCode::CHECKSUM_WRONG, _file.name + ": the checksum is wrong");
   if (fsync(_descriptor) != 0)
     FailureThrow("cannot write", errno);

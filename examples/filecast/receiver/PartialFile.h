@@ -1,6 +1,7 @@
 #ifndef FILECAST_RECEIVER_PARTIAL_FILE_H
 #define FILECAST_RECEIVER_PARTIAL_FILE_H
 
+#include "wire/Checksum.h"
 #include "wire/Datagram.h"
 
 #include <string>
@@ -52,7 +53,7 @@ private:
   std::vector<char> _ring;
   std::int64_t _written = 1;  ///< first sample that is not written yet
   std::int64_t _lead = 1;
-  std::uint64_t _checksum = 0;
+  Checksum _checksum;
   int _descriptor = -1;
 };
 

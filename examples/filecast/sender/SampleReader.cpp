@@ -1,6 +1,5 @@
 #include "sender/SampleReader.h"
 
-#include "wire/Checksum.h"
 #include "wire/Failure.h"
 
 #include <cerrno>
@@ -62,7 +61,7 @@ const char* SampleReader::SampleGet(std::int64_t number) {
   const char* bytes = block.bytes.data() +
                       static_cast<std::size_t>((number - 1) % BLOCK_SAMPLES) * _file.sampleSize;
   if (number == _summed + 1) {
-    _checksum = Checksum(_checksum, bytes, static_cast<std::size_t>(_file.SampleLength(number)));
+    _checksum.Add(bytes, static_cast<std::size_t>(_file.SampleLength(number)));
     _summed = number;
   }
   return bytes;
@@ -71,7 +70,7 @@ const char* SampleReader::SampleGet(std::int64_t number) {
 std::optional<std::uint64_t> SampleReader::ChecksumGet() const {
   if (_summed < _file.SampleCount())
     return std::nullopt;
-  return _checksum;
+  return _checksum.Get();
 }
 
 const SampleReader::Block& SampleReader::BlockGet(std::int64_t index) {

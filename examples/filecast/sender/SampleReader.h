@@ -1,6 +1,7 @@
 #ifndef FILECAST_SENDER_SAMPLE_READER_H
 #define FILECAST_SENDER_SAMPLE_READER_H
 
+#include "wire/Checksum.h"
 #include "wire/Datagram.h"
 
 #include <array>
@@ -47,7 +48,7 @@ private:
   int _descriptor;
   FileDescription _file;
   std::array<Block, 16> _blocks;
-  std::uint64_t _checksum = 0;
+  Checksum _checksum;        ///< of the samples so far
   std::int64_t _summed = 0;  ///< samples in the checksum
 };
 

@@ -12,7 +12,7 @@ constexpr double CREDIT_SECONDS = 0.004;
 constexpr double CREDIT_LEAST = 8;  // samples
 
 constexpr double ROUND_SECONDS = 0.025;
-constexpr double START_ROUND_SECONDS = 0.005;
+constexpr double START_ROUND_SECONDS = 0.001;
 constexpr std::uint64_t ROUND_SAMPLES = 50;
 constexpr std::uint64_t START_ROUND_SAMPLES = 32;
 

@@ -19,7 +19,7 @@ struct Round {
 
 /// How fast samples go out, in samples a second, without socket or clock: it is given the time.
 ///
-/// The rule. Time is cut into rounds of at least one round trip and 25 ms (5 ms at the start). A
+/// The rule. Time is cut into rounds of at least one round trip and 25 ms (1 ms at the start). A
 /// round tells how many of its samples came to the receiver that lost most.
 /// - The start is ten samples in a round trip, as TCP begins, and the rate is doubled after each
 ///   round until a round loses an eighth more than the base loss.

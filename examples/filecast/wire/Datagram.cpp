@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr std::uint32_t MAGIC = 0x56464332;  // "VFC2": the program and the version of its wire form
+constexpr std::uint32_t MAGIC = 0x56464333;  // "VFC3": the program and the version of its wire form
 
 bool WordWrite(VORNCDRStream* stream, std::uint32_t word) {
   return VornCDR4ByteSerialize(stream, &word) != 0;

@@ -11,12 +11,12 @@ constexpr int DATAGRAMS_AT_ONCE = 64;
 Inbox::Inbox(VORNDGram* endpoint, PeerList* peers, LossGenerator* loss, Handler handler)
     : _endpoint(endpoint), _peers(peers), _loss(loss), _handler(std::move(handler)), _buffer() {}
 
-void Inbox::DatagramsRead() {
+int Inbox::DatagramsRead() {
   for (int i = 0; i < DATAGRAMS_AT_ONCE; ++i) {
     KELNetioAddr from;
     const int length = _endpoint->receiveFrom(_endpoint, &from, _buffer, sizeof _buffer);
     if (length < 0)
-      return;
+      return i;
     const AddressPort source{from.addressGet(&from), from.portGet(&from)};
     if (!_peers->Admits(source.address)) {
       ++_counts.refused;
@@ -29,6 +29,7 @@ void Inbox::DatagramsRead() {
                                        : _counts.garbled);
     }
   }
+  return DATAGRAMS_AT_ONCE;
 }
 
 Inbox::Verdict Inbox::DatagramHandle(int length, const AddressPort& source) {

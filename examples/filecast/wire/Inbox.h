@@ -33,8 +33,9 @@ public:
   /// All outlive the inbox. `loss` decides what is dropped on purpose; null: nothing is.
   Inbox(VORNDGram* endpoint, PeerList* peers, LossGenerator* loss, Handler handler);
 
-  /// Reads the datagrams that wait, 64 at most: timers are not to be kept waiting.
-  void DatagramsRead();
+  /// Reads the datagrams that wait, 64 at most: timers are not to be kept waiting. Returns how
+  /// many.
+  int DatagramsRead();
   const Counts& CountsGet() const { return _counts; }
 
 private:
