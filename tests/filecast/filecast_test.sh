@@ -44,6 +44,11 @@ code_is() { # WHAT CODE EXPECTED
 }
 recv() { "${there[@]}" "$filecast" recv "$@" --wait 20 >>recv.log 2>&1; }
 send() { "$filecast" send "$@" >send.log 2>&1; }
+send_begin() { # ARGUMENT...: what the sender before it has shown is gone when this returns
+  : >send.log
+  "$filecast" send "$@" >>send.log 2>&1 &
+  sending=$!
+}
 await_quarter() { # until the sender shows that it has sent 25 % or more
   for ((i = 0; i < 500; i++)); do
     grep -q 'sent [2-9]' send.log && break
@@ -128,7 +133,7 @@ recv disk2 & full=$!
 # Without its descriptors in /proc this one can link no file, so the file has a hidden name.
 "${there[@]}" unshare -m sh -c 'mount -t tmpfs none "/proc/$$/fd" && exec "$0" recv r2' "$filecast" >>recv.log 2>&1 & interrupted=$!
 "${there[@]}" "$filecast" recv disk3 >>recv.log 2>&1 & killed=$!
-send data --receivers 4 --rate 1 --patience 5 & sending=$!
+send_begin data --receivers 4 --rate 1 --patience 5
 await_quarter
 head -c 4m /dev/zero >disk2/other
 check "a file without a link has a hidden name" test "$(ls -A r2 | wc -l)" -eq 2
@@ -150,7 +155,7 @@ check "a lost receiver is named" grep -q 'lost: it fell silent' send.log
 
 # The only receiver is interrupted: the sender ends at once. So do receivers of a file that shrinks.
 "${there[@]}" "$filecast" recv r1 >>recv.log 2>&1 & interrupted=$!
-send data --rate 0.5 --patience 60 & sending=$!
+send_begin data --rate 0.5 --patience 60
 await_quarter
 began=$SECONDS
 kill -INT "$interrupted"; wait "$interrupted"
@@ -160,7 +165,7 @@ check "the singular is right" grep -q '1 receiver does not have the file' send.l
 check "only what was carried counts" grep -Eq ': [01][.][0-9] MB in' send.log
 cp data shrinking
 recv r1 --patience 60 & told=$!
-send shrinking --rate 0.5 --name other & sending=$!
+send_begin shrinking --rate 0.5 --name other
 await_quarter
 began=$SECONDS
 truncate -s 100 shrinking
@@ -177,7 +182,7 @@ wait "$whole"; code_is "the receiver in reach" $? 0
 
 # A sender that is interrupted says so.
 recv r1 & told=$!
-"$filecast" send data --rate 0.5 >send.log 2>&1 & sending=$!
+send_begin data --rate 0.5
 await_quarter
 kill -TERM "$sending"
 wait "$sending"; code_is "interrupted sender" $? 17
