@@ -18,6 +18,9 @@
 
 namespace {
 
+/// Beside a `SendResult`: the mutex was not taken, and no signal was the reason.
+constexpr int MUTEX_GONE = -1;
+
 int SegmentKeyGet(int id) { return static_cast<int>(QueueKeyGet(id)); }
 
 // Only for the holder of the mutex. Nothing of the message is visible before the last store.
@@ -33,6 +36,16 @@ bool MessageWrite(const QueueAttachment& queue, const char* data, int length) {
   RingWrite(ring, queue.capacity, payload, data, length);
   OffsetStore(&queue.header->writeOffset, RingAdvance(payload, length, queue.capacity));
   return true;
+}
+
+// A take that fails says so; `errno` tells why.
+bool MutexTake(const QueueAttachment& queue) {
+  if (NamedMutexTake(queue.mutexId) != 0)
+    return true;
+  const int error = errno;
+  DiagnosticPrint(Diagnostic::SHARED_MEMORY, "VORN: TakeMutex failed.\n");
+  errno = error;
+  return false;
 }
 
 // Whether those who wait for the set are woken: it is removed, or was already.
@@ -97,7 +110,9 @@ ShmMsgQImpl::ShmMsgQImpl(int refCount, int id)
 ShmMsgQImpl::~ShmMsgQImpl() { delete _attachments; }
 
 int ShmMsgQImpl::Initialize() {
-  QueueAttachment* made = _attachments != nullptr ? new (std::nothrow) QueueAttachment : nullptr;
+  if (_attachments == nullptr || _attachments->IsEnding())
+    return 0;
+  auto* made = new (std::nothrow) QueueAttachment;
   return made != nullptr ? AttachInto(made) : 0;
 }
 
@@ -162,11 +177,16 @@ int ShmMsgQImpl::Send(const char* data, int length) {
     return 0;
   QueueAttachment* queue = _attachments != nullptr ? _attachments->SenderAdd() : nullptr;
   const bool isLost = queue != nullptr && queue->isLost;
-  int result = isLost ? SEND_LOCK_FAILED : MessageSend(queue, data, length);
-  if (result == SEND_LOCK_FAILED) {
+  const int first = isLost ? SEND_LOCK_FAILED : MessageSend(queue, data, length);
+  int result = first;
+  if (first == SEND_LOCK_FAILED || first == MUTEX_GONE) {
     queue = Renew(queue);
     result = MessageSend(queue, data, length);
   }
+  // Without a segment the second attempt still begins with the mutex, and says that it is not
+  // there. One that was there, and whose wait a signal ended, is not waited for again in vain.
+  if (first == MUTEX_GONE && queue != nullptr && queue->header == nullptr && MutexTake(*queue))
+    NamedMutexGive(queue->mutexId);
   if (queue != nullptr)
     _attachments->UserRemove(queue);
   return result == SEND_DONE ? 1 : 0;
@@ -198,16 +218,14 @@ int ShmMsgQImpl::SendInternal(const char* data, int length) {
   const int result = MessageSend(queue, data, length);
   if (queue != nullptr)
     _attachments->UserRemove(queue);
-  return result;
+  return result == MUTEX_GONE ? SEND_LOCK_FAILED : result;
 }
 
 int ShmMsgQImpl::MessageSend(const QueueAttachment* queue, const char* data, int length) {
   if (queue == nullptr || queue->header == nullptr)
     return SEND_NO_SPACE;
-  if (NamedMutexTake(queue->mutexId) == 0) {
-    DiagnosticPrint(Diagnostic::SHARED_MEMORY, "VORN: TakeMutex failed.\n");
-    return SEND_LOCK_FAILED;
-  }
+  if (!MutexTake(*queue))
+    return errno == EINTR ? SEND_LOCK_FAILED : MUTEX_GONE;
   int result = MessageWrite(*queue, data, length) ? SEND_DONE : SEND_NO_SPACE;
   if (result == SEND_DONE && NamedSemaphoreGive(queue->semaphoreId) == 0) {
     DiagnosticPrint(Diagnostic::SHARED_MEMORY, "VORN: ReleaseSemaphore failed.\n");

@@ -38,12 +38,12 @@ public:
   ///
   /// When the mutex cannot be taken (a signal, a removed set) or the semaphore cannot be given, a
   /// line is printed at level > 1, the queue is opened anew by its id and the message is sent once
-  /// more. After a failed give it is then in the queue twice. Threads of this process that send at
-  /// that moment wait for the new opening and use it; those that are sending already are not
-  /// disturbed. When the opening fails, the result is 0 and the object is invalid. An object that
-  /// has opened its queue tries again at each later send, and is valid again when the queue has
-  /// been made again. The creator of a queue that still exists cannot make it anew: its object
-  /// stays invalid.
+  /// more, with a line of its own if that fails. After a failed give it is then in the queue twice.
+  /// Threads of this process that send at that moment wait for the new opening and use it; those
+  /// that are sending already are not disturbed. When the opening fails, the result is 0 and the
+  /// object is invalid. An object that has opened its queue tries again at each later send, and is
+  /// valid again when the queue has been made again. The creator of a queue that still exists
+  /// cannot make it anew: its object stays invalid.
   virtual int Send(const char* data, int length) = 0;
 
   /// Removes the oldest message from the queue, waiting for one, and copies at most `length` bytes
@@ -131,7 +131,7 @@ protected:
   };
 
   /// Makes or opens the queue by its id. Returns 1; or 0 with what was acquired given back, except
-  /// for semaphore and mutex. A creator's ring is emptied.
+  /// for semaphore and mutex; or 0 with nothing done after `Destroy`. A creator's ring is emptied.
   int Initialize();
   /// Makes or attaches the segment. Returns 1 or 0.
   int InitializeSharedMemory();

@@ -61,6 +61,11 @@ bool QueueAttachments::IsAttached() const {
   return _present != nullptr && _present->header != nullptr;
 }
 
+bool QueueAttachments::IsEnding() const {
+  const Lock lock(*this);
+  return _isEnding;
+}
+
 // Under the lock, which keeps the segment attached for these two loads.
 int QueueAttachments::SpaceGet() const {
   const Lock lock(*this);

@@ -54,6 +54,8 @@ public:
 
   /// Whether the present attachment has a segment.
   bool IsAttached() const;
+  /// Whether `EndBegin` was called.
+  bool IsEnding() const;
   /// Free bytes of its ring; 0 without one, or with a damaged header.
   int SpaceGet() const;
 
