@@ -48,6 +48,18 @@ private:
   Case _subject;
 };
 
+// What a search in a window cannot do without: is the place where it begins in it, and which number
+// is the bit that it finds.
+std::int64_t BehindLeadFind(Windows& w) {
+  const std::int64_t lead = w.library.lead.IntegerGet();
+  const std::int64_t from = lead;
+  const auto distance = static_cast<std::uint64_t>(from - Unknown(&lead)[0]);
+  if (distance >= SIZE)
+    return lead;
+  return lead + static_cast<std::int64_t>(distance == 0 ? w.bitset._Find_first()
+                                                        : w.bitset._Find_next(distance - 1));
+}
+
 void SearchesRun(Runner& runner) {
   WindowCase("first set bit, the 201st")
       .Add("library", Role::LIBRARY,
@@ -58,6 +70,7 @@ void SearchesRun(Runner& runner) {
            })
       .Add("bitset", Role::FLOOR, [](Windows& w) { return w.bitset._Find_first(); })
       .Add("dynamic_bitset", Role::PEER, [](Windows& w) { return w.dynamic.find_first(); })
+      .Add("bitset with a lead", Role::PEER, BehindLeadFind)
       .Run(runner);
   WindowCase("any bit set")
       .Add("library", Role::LIBRARY, [](Windows& w) { return w.library.Has(1); })

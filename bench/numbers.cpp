@@ -8,9 +8,25 @@
 #include "support/Timed.h"
 #include "time/VORNNtpTime.h"
 
+#include <bit>
+
 namespace {
 
 constexpr int COUNT = 256;
+
+// What the order of the words costs: the upper one first, on every host.
+struct TurnedInteger {
+  std::uint64_t words;
+  explicit TurnedInteger(int value) : words(Turn(static_cast<std::uint64_t>(value))) {}
+  TurnedInteger operator+(int n) const {
+    TurnedInteger sum(0);
+    sum.words = Turn(Turn(words) + static_cast<std::uint64_t>(n));
+    return sum;
+  }
+  static std::uint64_t Turn(std::uint64_t value) {
+    return std::endian::native == std::endian::big ? value : std::rotl(value, 32);
+  }
+};
 
 template <typename Number> std::vector<Number> NumbersMake() {
   std::vector<Number> numbers;
@@ -83,7 +99,11 @@ void BothRun(Runner& runner, const char* name, const Make& library, const Make& 
 }  // namespace
 
 void NumbersBench(Runner& runner) {
-  BothRun(runner, "256 additions", Additions<SequenceNumber>(), Additions<std::int64_t>());
+  Case additions{"256 additions", "", 0};
+  additions.Add("library", Role::LIBRARY, Additions<SequenceNumber>());
+  additions.Add("floor", Role::FLOOR, Additions<std::int64_t>());
+  additions.Add("integer, halves turned", Role::PEER, Additions<TurnedInteger>());
+  runner.Run(additions);
   BothRun(runner, "256 comparisons", Comparisons<SequenceNumber>(), Comparisons<std::int64_t>());
   BothRun(runner, "256 distances", Distances<SequenceNumber>(), Distances<std::int64_t>());
   BothRun(runner, "number, to the wire and back", LibraryWire<SequenceNumber>(), FloorWire());
