@@ -248,8 +248,10 @@ bool PortIsShared() {
 
 template <int code, int name, int value> bool IntegerIsSet() {
   Socket socket;
-  return socket.OptionSet(code, value) == 0 &&
-         OptionGet<int>(socket.DescriptorGet(), SOL_SOCKET, name) >= value;
+  const int before = OptionGet<int>(socket.DescriptorGet(), SOL_SOCKET, name);
+  const int result = socket.OptionSet(code, value);
+  const int after = OptionGet<int>(socket.DescriptorGet(), SOL_SOCKET, name);
+  return result == 0 && after >= value && after != before;
 }
 
 // Alone with a loopback interface: whatever is joined or sent to a group stays there.
