@@ -176,7 +176,8 @@ bool OctetsAreRead() {
   VORNCDRStream stream;
   VornCDRStreamInitialize(&stream, bytes, 4, VORN_CDR_BIG_ENDIAN);
   return VornCDROctetsDeserialize(&stream, read, 3) == 1 &&
-         VornCDROctetsDeserialize(&stream, read, 2) == 0 && std::strcmp(read, "abc") == 0;
+         VornCDROctetsDeserialize(&stream, read, 2) == 0 && std::strcmp(read, "abc") == 0 &&
+         VornCDROctetsDeserialize(&stream, read + 3, 1) == 1 && std::strcmp(read, "abcd") == 0;
 }
 
 bool PositionIsMoved() {
