@@ -7,6 +7,7 @@
 #include "platform/KelMutex.h"
 #include "platform/KelNtpTime.h"
 #include "platform/VornCDRStream.h"
+#include "support/Wrapped.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -16,11 +17,6 @@ static bool IsWrong(const char* way) {
   const char* wrong = std::getenv("VORN_WRONG");
   return wrong != nullptr && std::strcmp(wrong, way) == 0;
 }
-// `name`Real is the layer's operation, and `name`Wrong what is called instead of it.
-#define WRAPPED(symbol, result, name, ...)                                                         \
-  result name##Real(__VA_ARGS__) asm("__real_" symbol);                                            \
-  result name##Wrong(__VA_ARGS__) asm("__wrap_" symbol);                                           \
-  result name##Wrong(__VA_ARGS__)
 
 WRAPPED("_Z13KelNtpTimeGetP10KELNtpTime", int, TimeGet, KELNtpTime* time) {
   static thread_local int readings = 0;

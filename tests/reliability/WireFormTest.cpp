@@ -2,6 +2,7 @@
 
 #include "platform/VornCDRStream.h"
 #include "reliability/VORNBitmap.h"
+#include "support/Wrapped.h"
 #include "time/VORNNtpTime.h"
 
 #include <gtest/gtest.h>
@@ -12,26 +13,21 @@
 #include <utility>
 #include <vector>
 
-extern "C" {
-
-int __real__Z21VornCDR4ByteSerializeP13VORNCDRStreamPKv(VORNCDRStream* stream, const void* item);
-int __real__Z23VornCDR4ByteDeserializeP13VORNCDRStreamPv(VORNCDRStream* stream, void* item);
-
 static int streamCalls = 0;
 
 // Any number but 0 means success.
 
-int __wrap__Z21VornCDR4ByteSerializeP13VORNCDRStreamPKv(VORNCDRStream* stream, const void* item) {
+WRAPPED("_Z21VornCDR4ByteSerializeP13VORNCDRStreamPKv", int, Serialize, VORNCDRStream* stream,
+        const void* item) {
   ++streamCalls;
-  return 2 * __real__Z21VornCDR4ByteSerializeP13VORNCDRStreamPKv(stream, item);
+  return 2 * SerializeReal(stream, item);
 }
 
-int __wrap__Z23VornCDR4ByteDeserializeP13VORNCDRStreamPv(VORNCDRStream* stream, void* item) {
+WRAPPED("_Z23VornCDR4ByteDeserializeP13VORNCDRStreamPv", int, Deserialize, VORNCDRStream* stream,
+        void* item) {
   ++streamCalls;
-  return 2 * __real__Z23VornCDR4ByteDeserializeP13VORNCDRStreamPv(stream, item);
+  return 2 * DeserializeReal(stream, item);
 }
-
-}  // extern "C"
 
 namespace {
 

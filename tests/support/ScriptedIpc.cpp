@@ -1,6 +1,7 @@
 #include "support/ScriptedIpc.h"
 
 #include "ipc/internal/SemaphoreArgument.h"
+#include "support/Wrapped.h"
 
 #include <cstdarg>
 #include <cstdint>
@@ -45,30 +46,20 @@ ScriptedIpc& Ipc() { return *script; }
 
 void IpcReset() { script = std::make_unique<ScriptedIpc>(); }
 
-extern "C" {
-
-int __real_semget(key_t key, int count, int flags);
-int __real_semop(int set, sembuf* operations, std::size_t count);
-int __real_semctl(int set, int number, int command, ...);
-int __real_shmget(key_t key, std::size_t size, int flags);
-void* __real_shmat(int segment, const void* address, int flags);
-int __real_shmdt(const void* address);
-int __real_shmctl(int segment, int command, shmid_ds* state);
-
-int __wrap_semget(key_t key, int count, int flags) {
+WRAPPED("semget", int, SemaphoresGet, key_t key, int count, int flags) {
   const bool fails = Fails("semget %x %d %o", static_cast<unsigned int>(key), count,
                            static_cast<unsigned int>(flags));
-  return fails ? -1 : __real_semget(key, count, flags);
+  return fails ? -1 : SemaphoresGetReal(key, count, flags);
 }
 
-int __wrap_semop(int set, sembuf* operations, std::size_t count) {
+WRAPPED("semop", int, SemaphoreOperate, int set, sembuf* operations, std::size_t count) {
   const bool fails =
       Fails("semop %d %d %d %o", set, operations->sem_num, operations->sem_op,
             static_cast<unsigned int>(operations->sem_flg) | (count == 1 ? 0U : 01000000U));
-  return fails ? -1 : __real_semop(set, operations, count);
+  return fails ? -1 : SemaphoreOperateReal(set, operations, count);
 }
 
-int __wrap_semctl(int set, int number, int command, ...) {
+WRAPPED("semctl", int, SemaphoreControl, int set, int number, int command, ...) {
   std::va_list arguments;
   va_start(arguments, command);
   SemaphoreArgument argument{};
@@ -78,33 +69,31 @@ int __wrap_semctl(int set, int number, int command, ...) {
   const std::string value = command == SETVAL ? " " + std::to_string(argument.val) : "";
   const bool fails =
       Fails("semctl %s %d %d%s", CommandText(command).c_str(), set, number, value.c_str());
-  return fails ? -1 : __real_semctl(set, number, command, argument);
+  return fails ? -1 : SemaphoreControlReal(set, number, command, argument);
 }
 
-int __wrap_shmget(key_t key, std::size_t size, int flags) {
+WRAPPED("shmget", int, SegmentGet, key_t key, std::size_t size, int flags) {
   const bool fails = Fails("shmget %x %zu %o", static_cast<unsigned int>(key), size,
                            static_cast<unsigned int>(flags));
-  return fails ? -1 : __real_shmget(key, size, flags);
+  return fails ? -1 : SegmentGetReal(key, size, flags);
 }
 
-void* __wrap_shmat(int segment, const void* address, int flags) {
+WRAPPED("shmat", void*, SegmentAttach, int segment, const void* address, int flags) {
   const bool fails = Fails("shmat %d %d", segment, flags);
   // A segment that cannot exist: only the kernel gives the pointer that means failure.
-  void* const base = __real_shmat(fails ? -1 : segment, address, flags);
+  void* const base = SegmentAttachReal(fails ? -1 : segment, address, flags);
   script->attached += reinterpret_cast<std::intptr_t>(base) != -1 ? 1 : 0;
   errno = fails ? script->error : errno;
   return base;
 }
 
-int __wrap_shmdt(const void* address) {
-  const int result = Fails("shmdt") ? -1 : __real_shmdt(address);
+WRAPPED("shmdt", int, SegmentDetach, const void* address) {
+  const int result = Fails("shmdt") ? -1 : SegmentDetachReal(address);
   script->attached -= result == 0 ? 1 : 0;
   return result;
 }
 
-int __wrap_shmctl(int segment, int command, shmid_ds* state) {
+WRAPPED("shmctl", int, SegmentControl, int segment, int command, shmid_ds* state) {
   const bool fails = Fails("shmctl %s %d", CommandText(command).c_str(), segment);
-  return fails ? -1 : __real_shmctl(segment, command, state);
+  return fails ? -1 : SegmentControlReal(segment, command, state);
 }
-
-}  // extern "C"

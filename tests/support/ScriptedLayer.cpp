@@ -6,6 +6,7 @@
 #include "platform/KelSemaphore.h"
 #include "platform/KelThread.h"
 #include "support/ScriptedSystem.h"
+#include "support/Wrapped.h"
 #include "utils/VORNUtilsDiag.h"
 
 #include <cerrno>
@@ -196,34 +197,23 @@ void KelDGramDelete(KELDGram* self) {
 }
 
 // The container is the real one; what the library asks it for is written down.
-extern "C" {
 
-HTNodeClass* __real__ZN7HTClass4FindEPK10HTKeyClasssi(HTClass*, const HTKeyClass*, short, int);
-int __real__ZN7HTClass10InsertNodeEPK10HTKeyClassPvsP12HTRemoveFunci(HTClass*, const HTKeyClass*,
-                                                                     void*, short, HTRemoveFunc*,
-                                                                     int);
-int __real__ZN7HTClass13ForAllMatchesEP11HTMatchFuncP10HTExecFunci(HTClass*, HTMatchFunc*,
-                                                                   HTExecFunc*, int);
-
-HTNodeClass* __wrap__ZN7HTClass4FindEPK10HTKeyClasssi(HTClass* self, const HTKeyClass* key,
-                                                      short which, int locks) {
+WRAPPED("_ZN7HTClass4FindEPK10HTKeyClasssi", HTNodeClass*, Find, HTClass* table,
+        const HTKeyClass* key, short which, int locks) {
   CallNote("Find " + std::to_string(which) + ", lock " + std::to_string(locks));
-  return __real__ZN7HTClass4FindEPK10HTKeyClasssi(self, key, which, locks);
+  return FindReal(table, key, which, locks);
 }
 
-int __wrap__ZN7HTClass10InsertNodeEPK10HTKeyClassPvsP12HTRemoveFunci(
-    HTClass* self, const HTKeyClass* key, void* data, short size, HTRemoveFunc* remove, int locks) {
+WRAPPED("_ZN7HTClass10InsertNodeEPK10HTKeyClassPvsP12HTRemoveFunci", int, InsertNode,
+        HTClass* table, const HTKeyClass* key, void* data, short size, HTRemoveFunc* remove,
+        int locks) {
   CallNote("InsertNode " + std::to_string(size) + ", lock " + std::to_string(locks));
-  return __real__ZN7HTClass10InsertNodeEPK10HTKeyClassPvsP12HTRemoveFunci(self, key, data, size,
-                                                                          remove, locks);
+  return InsertNodeReal(table, key, data, size, remove, locks);
 }
 
-int __wrap__ZN7HTClass13ForAllMatchesEP11HTMatchFuncP10HTExecFunci(HTClass* self,
-                                                                   HTMatchFunc* match,
-                                                                   HTExecFunc* exec, int locks) {
-  CallNote(std::string("ForAllMatches ") + (match == nullptr ? "null" : "some") + ", lock " +
-           std::to_string(locks));
-  return __real__ZN7HTClass13ForAllMatchesEP11HTMatchFuncP10HTExecFunci(self, match, exec, locks);
+WRAPPED("_ZN7HTClass13ForAllMatchesEP11HTMatchFuncP10HTExecFunci", int, ForAllMatches,
+        HTClass* table, HTMatchFunc* match, HTExecFunc* exec, int locks) {
+  const std::string chosen = match == nullptr ? "null" : "some";
+  CallNote("ForAllMatches " + chosen + ", lock " + std::to_string(locks));
+  return ForAllMatchesReal(table, match, exec, locks);
 }
-
-}  // extern "C"
