@@ -98,7 +98,7 @@ ScriptedLayer::ScriptedLayer() {
 }
 
 KELMutex* KelMutexNew() {
-  if (StepFails("KelMutexNew") || script->mutexNewFails)
+  if (StepFails("KelMutexNew"))
     return nullptr;
   ++script->mutexes;
   return new KELMutex;
@@ -126,8 +126,7 @@ struct KELSemaphore {};
 
 KELSemaphore* KelSemaphoreMutexNew(int options) {
   CallNote("KelSemaphoreMutexNew " + std::to_string(options));
-  const bool fails = StepFails("KelSemaphoreMutexNew") || script->semaphoreNewFails;
-  return fails ? nullptr : new KELSemaphore;
+  return StepFails("KelSemaphoreMutexNew") ? nullptr : new KELSemaphore;
 }
 
 int KelSemaphoreTake(KELSemaphore* /*semaphore*/, const KELNtpTime* timeout) {

@@ -29,7 +29,6 @@ struct ScriptedLayer {
   KELNtpTime rollover;
   std::atomic<int> clockReadings{0};
 
-  bool mutexNewFails = false, semaphoreNewFails = false;
   std::atomic<int> mutexTakes{0}, mutexGives{0}, threadLocks{0}, threadUnlocks{0};
   int mutexes = 0;  ///< made and not deleted
 
