@@ -10,22 +10,17 @@
 #include <algorithm>
 #include <climits>
 #include <endian.h>
-#include <utility>
 #include <vector>
-
-static int streamCalls = 0;
 
 // Any number but 0 means success.
 
 WRAPPED("_Z21VornCDR4ByteSerializeP13VORNCDRStreamPKv", int, Serialize, VORNCDRStream* stream,
         const void* item) {
-  ++streamCalls;
   return 2 * SerializeReal(stream, item);
 }
 
 WRAPPED("_Z23VornCDR4ByteDeserializeP13VORNCDRStreamPv", int, Deserialize, VORNCDRStream* stream,
         void* item) {
-  ++streamCalls;
   return 2 * DeserializeReal(stream, item);
 }
 
@@ -53,15 +48,12 @@ void WireCheck(const Element& element, Element& other, const Words& golden) {
     VORNCDRStream whole{order, bytes, sizeof bytes, 0};
     element.Serialize(&whole);
     for (int capacity = 0; capacity <= whole.position; ++capacity) {
-      const int success = capacity == whole.position ? 1 : 0, calls = capacity / 4 + 1 - success;
+      const int success = capacity == whole.position ? 1 : 0;
       Words expected = Wire(other, order);
       std::copy_n(golden.begin(), capacity / 4, expected.begin());
       VORNCDRStream cut{order, bytes, capacity, 0}, again = cut;
-      streamCalls = 0;
       EXPECT_EQ(other.Deserialize(&cut), success) << capacity;
-      EXPECT_EQ(std::exchange(streamCalls, 0), calls) << "reads " << capacity;
       EXPECT_EQ(element.Serialize(&again), success) << capacity;
-      EXPECT_EQ(streamCalls, calls) << "writes " << capacity;
       EXPECT_EQ(Wire(other, order), expected) << capacity;
     }
   }
@@ -107,10 +99,9 @@ TEST(WireForm, ABitmapRefusesSizesItCannotHold) {
     for (std::uint32_t& word : words)
       word = htole32(word);
     VORNCDRStream stream{VORN_CDR_LITTLE_ENDIAN, reinterpret_cast<char*>(words), 16, 0};
-    streamCalls = 0;
     EXPECT_EQ(window.Deserialize(&stream), 0);
     EXPECT_EQ(window.size, 0);
-    EXPECT_EQ(streamCalls, 3);
+    EXPECT_EQ(stream.position, 12);
     EXPECT_EQ(window.lead, SequenceNumber(7));
   }
 }

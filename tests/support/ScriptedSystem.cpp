@@ -1,6 +1,7 @@
 #include "support/ScriptedSystem.h"
 
 #include "support/ScriptedLayer.h"
+#include "support/Wrapped.h"
 
 #include <cerrno>
 #include <mutex>
@@ -59,61 +60,53 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
   return AllocationFails() ? nullptr : BlockHold(::operator new(size));
 }
 
-extern "C" {
-
-void* __real_malloc(std::size_t size);
-void* __real_calloc(std::size_t count, std::size_t size);
-void __real_free(void* block);
-void __real__ZdlPv(void* block);
-
-int __wrap_ioctl(int /*descriptor*/, unsigned long request, void* argument) {
+WRAPPED("ioctl", int, Ioctl, int /*descriptor*/, unsigned long request, void* argument) {
   return StepFails("ioctl") ? -1 : script.ioctl(request, argument);
 }
 
-int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* broken, timeval* wait) {
+WRAPPED("select", int, Select, int count, fd_set* readable, fd_set* writable, fd_set* broken,
+        timeval* wait) {
   Script().calls.emplace_back("select");
   return script.select(count, readable, writable, broken, wait);
 }
 
-FILE* __wrap_fopen64(const char* path, const char* mode) {
+WRAPPED("fopen64", FILE*, FileOpen, const char* path, const char* mode) {
   Script().calls.push_back(std::string("fopen ") + path + ' ' + mode);
   return script.fopen ? script.fopen() : nullptr;
 }
 
-int __wrap_gethostname(char* buffer, std::size_t length) {
+WRAPPED("gethostname", int, HostNameGet, char* buffer, std::size_t length) {
   Script().calls.push_back("gethostname " + std::to_string(length));
   return script.gethostname(buffer);
 }
 
-hostent* __wrap_gethostbyname(const char* name) {
+WRAPPED("gethostbyname", hostent*, HostGet, const char* name) {
   Script().calls.push_back(std::string("gethostbyname ") + name);
   return script.gethostbyname(name);
 }
 
-int __wrap_close(int descriptor) {
+WRAPPED("close", int, Close, int descriptor) {
   Script().calls.push_back("close " + std::to_string(descriptor));
   return 0;
 }
 
-void* __wrap_malloc(std::size_t size) {
-  return AllocationFails() ? nullptr : BlockHold(__real_malloc(size));
+WRAPPED("malloc", void*, Allocate, std::size_t size) {
+  return AllocationFails() ? nullptr : BlockHold(AllocateReal(size));
 }
 
-void* __wrap_calloc(std::size_t count, std::size_t size) {
-  return AllocationFails() ? nullptr : BlockHold(__real_calloc(count, size));
+WRAPPED("calloc", void*, AllocateZeros, std::size_t count, std::size_t size) {
+  return AllocationFails() ? nullptr : BlockHold(AllocateZerosReal(count, size));
 }
 
-void __wrap_free(void* block) {
+WRAPPED("free", void, Free, void* block) {
   BlockRelease(block);
-  __real_free(block);
+  FreeReal(block);
 }
 
-void __wrap__ZdlPv(void* block) {  // operator delete; below with the size, by the host's width
+WRAPPED("_ZdlPv", void, Delete, void* block) {  // below with the size, by the host's width
   BlockRelease(block);
-  __real__ZdlPv(block);
+  DeleteReal(block);
 }
 
-void __wrap__ZdlPvm(void* block, std::size_t) { __wrap__ZdlPv(block); }
-void __wrap__ZdlPvj(void* block, std::size_t) { __wrap__ZdlPv(block); }
-
-}  // extern "C"
+WRAPPED("_ZdlPvm", void, DeleteSized64, void* block, std::size_t) { DeleteWrapped(block); }
+WRAPPED("_ZdlPvj", void, DeleteSized32, void* block, std::size_t) { DeleteWrapped(block); }
