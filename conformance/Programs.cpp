@@ -190,9 +190,11 @@ bool PositionIsMoved() {
 
 bool ListIgnoresNull() {
   DequeVoid list;
+  DequeVoidNode node;
+  list.InsertNodeAfter(nullptr, &node);
   list.InsertNodeAfter(nullptr, nullptr);
   list.InsertNodeBefore(nullptr, nullptr);
-  return list.RemoveNode(nullptr) == nullptr && list.count == 0;
+  return list.RemoveNode(nullptr) == nullptr && list.count == 1;
 }
 
 bool RemovedNodeHasNoLinks() {
