@@ -31,13 +31,11 @@ WRAPPED("_Z12KelMutexTakeP8KELMutex", int, MutexTake, KELMutex* mutex) {
 WRAPPED("_Z12KelMutexGiveP8KELMutex", int, MutexGive, KELMutex* mutex) {
   return IsWrong("mutex-open") ? 1 : MutexGiveReal(mutex);
 }
-thread_local int processLocks = 0;
-WRAPPED("_Z13KelThreadLockv", int, ThreadLock, ) {
-  return IsWrong("process-lock-flat") && processLocks++ > 0 ? 1 : ThreadLockReal();
-}
 WRAPPED("_Z15KelThreadUnlockv", int, ThreadUnlock, ) {
-  processLocks = 0;
-  return ThreadUnlockReal();
+  const int result = ThreadUnlockReal();
+  while (IsWrong("process-lock-flat") && ThreadUnlockReal() != 0) {
+  }
+  return result;
 }
 WRAPPED("_Z19KelThreadPriorityOKii", int, PriorityOK, int priority, int checks) {
   return IsWrong("priority-any") ? 1 : PriorityOKReal(priority, checks);
