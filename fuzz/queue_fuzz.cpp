@@ -81,10 +81,6 @@ std::string Receive(Queue& queue, int length, int* result) {
   return buffer.substr(0, static_cast<std::size_t>(std::max(*result, 0)));
 }
 
-bool HasMessage(const Queue& queue) {
-  return queue._header->writeOffset != queue._header->readOffset;
-}
-
 int UsedGet(const Queue& queue, RingOffsets offsets) {
   return RingUsedGet(offsets, queue._capacity);
 }
@@ -105,7 +101,7 @@ void TurnsTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
       break;
     }
     case 1: {
-      if (!HasMessage(receiver))  // it would wait
+      if (receiver._header->writeOffset == receiver._header->readOffset)  // it would wait
         break;
       int result = 0;
       const int length = input.ConsumeIntegralInRange(0, BUFFER_SIZE);

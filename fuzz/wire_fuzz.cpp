@@ -18,10 +18,9 @@ int RoundTripCheck(Element& element, std::vector<char> bytes, int start, VORNCDR
   const int size = static_cast<int>(bytes.size());
   std::vector<char> written(bytes.size(), '!');
   VORNCDRStream from{order, bytes.data(), size, start}, to{order, written.data(), size, start};
-  const bool accepted = element.Deserialize(&from) != 0;
-  const int aligned = (start + 3) / 4 * 4;
-  if (!accepted)
+  if (element.Deserialize(&from) == 0)
     return 0;
+  const int aligned = (start + 3) / 4 * 4;
   Demand(element.Serialize(&to) == 1, "what was read cannot be written");
   Demand(to.position == from.position, "what was written has another length");
   Demand(
