@@ -294,7 +294,7 @@ TEST(Thread, MayHaveThePrioritiesOfTheHostAndOfItsLimit) {
   const struct { int priority, host, limited; } rows[] = {
       {-1, 0, 0}, {0, 0, 1}, {1, 1, 1}, {50, 1, 1}, {51, 1, 0}, {99, 1, 0}, {100, 0, 0}};
   // clang-format on
-  std::thread([&] {  // gives up what it may do beyond the limit, for itself alone
+  const std::jthread thread([&] {  // gives up what it may do beyond the limit, for itself alone
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[2]{};
     ASSERT_EQ(syscall(SYS_capget, &header, sets), 0);
@@ -306,8 +306,7 @@ TEST(Thread, MayHaveThePrioritiesOfTheHostAndOfItsLimit) {
       EXPECT_EQ(KelThreadPriorityOK(row.priority, 3), row.host & row.limited) << row.priority;
       EXPECT_EQ(KelThreadPriorityOK(row.priority, 0), 1) << row.priority;
     }
-  })
-      .join();
+  });
 }
 
 TEST(DequeVoid, TakesNodesInBetweenAndAtTheEndsForNull) {
@@ -329,9 +328,14 @@ TEST(DequeVoid, TakesNodesInBetweenAndAtTheEndsForNull) {
   EXPECT_EQ(list.last, previous);
 }
 
-TEST(DebugPrint, RefusesANullFormat) {
+TEST(DebugPrint, GivesTheSinkAnEmptyTextAndNoneForANullFormat) {
+  int texts = 0;
+  KelDebugSinkSet([](const char*, void* count) { ++*static_cast<int*>(count); }, &texts);
   const char* none = nullptr;
   EXPECT_EQ(KelDebugPrint(none, 0), -1);
+  EXPECT_EQ(KelDebugPrint("%s", ""), 0);
+  KelDebugSinkSet(nullptr, nullptr);
+  EXPECT_EQ(texts, 1);
 }
 
 }  // namespace
