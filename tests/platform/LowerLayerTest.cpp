@@ -9,6 +9,7 @@
 #include "support/Emulator.h"
 #include "support/HashTable.h"
 #include "support/Results.h"
+#include "support/Wrapped.h"
 
 #include <cerrno>
 #include <chrono>
@@ -51,50 +52,39 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
   return AllocationFails() ? nullptr : ::operator new(size);
 }
 
-// The linker sends the lower layer's calls here.
-extern "C" {
-
-int __real_clock_gettime(clockid_t clock, timespec* time);
-int __real_clock_getres(clockid_t clock, timespec* resolution);
-int __real_getrlimit64(__rlimit_resource_t resource, rlimit64* limit);
-void* __real_malloc(std::size_t size);
-void* __real_calloc(std::size_t count, std::size_t size);
-
-int __wrap_clock_gettime(clockid_t clock, timespec* time) {
+WRAPPED(CLOCK_GETTIME, int, ClockGet, clockid_t clock, timespec* time) {
   if (clocks.empty())
-    return __real_clock_gettime(clock, time);
+    return ClockGetReal(clock, time);
   const auto found = clocks.find(clock);
   if (found != clocks.end())
     *time = found->second;
   return found != clocks.end() ? 0 : -1;
 }
 
-int __wrap_clock_getres(clockid_t clock, timespec* resolution) {
-  return clock == CLOCK_MONOTONIC && clocks.empty() ? __real_clock_getres(clock, resolution) : -1;
+WRAPPED(CLOCK_GETRES, int, ResolutionGet, clockid_t clock, timespec* resolution) {
+  return clock == CLOCK_MONOTONIC && clocks.empty() ? ResolutionGetReal(clock, resolution) : -1;
 }
 
-int __wrap_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec* end) {
+WRAPPED(PTHREAD_COND_TIMEDWAIT, int, Wait, pthread_cond_t*, pthread_mutex_t*, const timespec* end) {
   waitEnd = *end;
   return ETIMEDOUT;
 }
 
-int __wrap_getrlimit64(__rlimit_resource_t resource, rlimit64* limit) {
+WRAPPED("getrlimit64", int, LimitGet, __rlimit_resource_t resource, rlimit64* limit) {
   if (resource != RLIMIT_RTPRIO)
-    return __real_getrlimit64(resource, limit);
+    return LimitGetReal(resource, limit);
   *limit = {50, 99};
   return 0;
 }
 
 // Seen from outside: the thread sanitizer's library refers to them.
-VORN_API void* __wrap_malloc(std::size_t size) {
-  return AllocationFails() ? nullptr : __real_malloc(size);
+WRAPPED("malloc", VORN_API void*, Allocate, std::size_t size) {
+  return AllocationFails() ? nullptr : AllocateReal(size);
 }
 
-VORN_API void* __wrap_calloc(std::size_t count, std::size_t size) {
-  return AllocationFails() ? nullptr : __real_calloc(count, size);
+WRAPPED("calloc", VORN_API void*, AllocateZeros, std::size_t count, std::size_t size) {
+  return AllocationFails() ? nullptr : AllocateZerosReal(count, size);
 }
-
-}  // extern "C"
 
 namespace {
 
