@@ -35,8 +35,9 @@ struct Queue : ShmMsgQImpl {
 
   /// The segment from its length word to its last byte.
   char* Segment() const { return reinterpret_cast<char*>(_header) - SHM_LENGTH_WORD_SIZE; }
-  std::size_t SegmentSize() const { return SHM_LENGTH_WORD_SIZE + QUEUE_HEADER_SIZE + Capacity(); }
-  std::size_t Capacity() const { return static_cast<std::size_t>(_capacity); }
+  std::size_t SegmentSize() const {
+    return SHM_LENGTH_WORD_SIZE + QUEUE_HEADER_SIZE + static_cast<std::size_t>(_capacity);
+  }
 };
 
 struct Scribble {
@@ -81,10 +82,6 @@ std::string Receive(Queue& queue, int length, int* result) {
   return buffer.substr(0, static_cast<std::size_t>(std::max(*result, 0)));
 }
 
-int UsedGet(const Queue& queue, RingOffsets offsets) {
-  return RingUsedGet(offsets, queue._capacity);
-}
-
 /// One thread: sends, receives and scribbles by turns.
 void TurnsTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
   std::deque<std::string> model;
@@ -109,7 +106,8 @@ void TurnsTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
       const std::string text = Receive(receiver, length, &result);
       const auto after = RingOffsetsLoad(receiver._header, receiver._capacity);
       Demand(result == -1 || (before && after), "a message out of a ring without an order");
-      Demand(result == -1 || UsedGet(receiver, *before) >= UsedGet(receiver, *after) + 4 + result,
+      Demand(result == -1 || RingUsedGet(*before, receiver._capacity) >=
+                                 RingUsedGet(*after, receiver._capacity) + 4 + result,
              "a message that goes on behind the last one");
       if (isSound) {
         Demand(text == model.front().substr(0, static_cast<std::size_t>(length)),
