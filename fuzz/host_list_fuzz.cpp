@@ -18,26 +18,6 @@ extern "C" VORN_API hostent* gethostbyname(const char* /*name*/) {
 
 namespace {
 
-/// Filters `input` in blocks of `sizes` by turns.
-void FilterTry(const std::string& input, std::size_t limit, char separator,
-               const unsigned char (&sizes)[3]) {
-  const HostListModel model(input, limit, separator);
-  std::string output(limit, '!');
-  FilterStatus status{1, 0};
-  int overflow = 0;
-  std::size_t count = 0, at = 0;
-  for (std::size_t block = 0; at < input.size() && overflow == 0; ++block) {
-    const std::string part = input.substr(at, std::size_t{1} + sizes[block % 3]);
-    at += part.size();
-    count += static_cast<std::size_t>(
-        FilterWhitespace(&status, &overflow, output.data() + count, static_cast<int>(limit - count),
-                         part.data(), static_cast<int>(part.size()), separator, '#'));
-  }
-  Demand(count <= limit, "more bytes than the limit");
-  Demand(output.substr(0, count) == model.text, "another text than the model's");
-  Demand((overflow != 0) == model.overflow, "too long for one and not for the other");
-}
-
 /// `input` has no zero byte.
 void EntryTry(const std::string& input) {
   std::string entry = input;
@@ -70,7 +50,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   if (size < 5)
     return 0;
   const std::string input(data + 5, data + size);
-  FilterTry(input, data[0], data[1] % 2 == 0 ? ':' : ',', {data[2], data[3], data[4]});
+  const char separator = data[1] % 2 == 0 ? ':' : ',';
+  const std::vector<std::size_t> sizes{data[2] + 1U, data[3] + 1U, data[4] + 1U};
+  const std::string difference = FilterDifference(input, data[0], separator, sizes);
+  Demand(difference.empty(), difference.c_str());
   EntryTry(input.substr(0, input.find('\0')));
   return 0;
 }

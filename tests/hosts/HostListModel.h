@@ -1,9 +1,12 @@
 #ifndef HOSTS_HOST_LIST_MODEL_H
 #define HOSTS_HOST_LIST_MODEL_H
 
+#include "hosts/VORNEnvironment.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 /// What filtering a whole text at once comes to, told line by line.
 struct HostListModel {
@@ -27,5 +30,28 @@ struct HostListModel {
     text.resize(std::min(text.size(), limit));
   }
 };
+
+/// How the library, which filters `input` in blocks of `sizes` by turns, differs from the model:
+/// nothing if it does not.
+inline std::string FilterDifference(const std::string& input, std::size_t limit, char separator,
+                                    const std::vector<std::size_t>& sizes) {
+  const HostListModel model(input, limit, separator);
+  std::string output(limit + 1, '!');
+  FilterStatus status{1, 0};
+  int overflow = 0;
+  std::size_t count = 0, at = 0;
+  for (std::size_t block = 0; at < input.size() && overflow == 0; ++block) {
+    const std::string part = input.substr(at, sizes[block % sizes.size()]);
+    at += part.size();
+    count += static_cast<std::size_t>(
+        FilterWhitespace(&status, &overflow, &output[count], static_cast<int>(limit - count),
+                         part.data(), static_cast<int>(part.size()), separator, '#'));
+  }
+  if (output.substr(0, count) != model.text)
+    return "another text than the model's";
+  if (output.find_first_not_of('!', count) != std::string::npos)
+    return "bytes behind the text";
+  return (overflow != 0) == model.overflow ? "" : "too long for one and not for the other";
+}
 
 #endif

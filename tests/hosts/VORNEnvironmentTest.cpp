@@ -21,21 +21,6 @@ std::string TextRandom(std::mt19937& random, std::size_t size) {
   return text;
 }
 
-// Filters `input` in blocks of one size. Nothing is written behind the limit.
-void FilterExpect(const std::string& input, int limit, std::size_t block, char separator) {
-  const HostListModel model(input, static_cast<std::size_t>(limit), separator);
-  std::string output(model.text.size() + 1, '!');
-  FilterStatus status{1, 0};
-  int overflow = 0, count = 0;
-  for (std::size_t at = 0; at < input.size() && overflow == 0; at += block) {
-    const std::string part = input.substr(at, block);
-    count += FilterWhitespace(&status, &overflow, output.data() + count, limit - count, part.data(),
-                              static_cast<int>(part.size()), separator, '#');
-  }
-  EXPECT_EQ(output, model.text + '!') << block;
-  EXPECT_EQ(overflow != 0, model.overflow);
-}
-
 // The file of the list, as the reads of it give it. An empty piece is a read that fails.
 struct File {
   bool isThere = true;
@@ -96,7 +81,6 @@ TEST_F(HostList, TextsAreFilteredAsAModelDoesAndCutAtTheLimit) {
   Expect("hostA:hostB\r:10.1.0.0/ffff0000", 1, 1, {useFile});
   std::vector<std::string> texts{"", "x", " \n#nothing", "a::b:"};
   std::mt19937 random(2);
-  const auto pick = [&](unsigned below) { return static_cast<int>(random() % below); };
   for (std::size_t size = 1; size < 9000; size += 1 + random() % 97)
     texts.push_back(TextRandom(random, size));
   for (const std::size_t kept : {4094U, 4095U, 4096U, 4097U})
@@ -104,7 +88,9 @@ TEST_F(HostList, TextsAreFilteredAsAModelDoesAndCutAtTheLimit) {
       texts.push_back(std::string(kept, 'x') + end);
   for (const std::string& text : texts)
     for (const int length : {4096, 4097, 9000}) {
-      FilterExpect(text, pick(4097), 1 + random() % 100, ":,"[pick(2)]);
+      const std::size_t limit = random() % 4097, block = 1 + random() % 100;
+      const char separator = ":,"[random() % 2];
+      EXPECT_EQ(FilterDifference(text, limit, separator, {block}), "");
       file.Set(text, 1 + random() % 200);
       HostListModel model(text, length == 4096 ? 4095 : 4096);
       model.text = model.text.empty() ? "old" : model.text;
