@@ -64,7 +64,7 @@ TEST_F(InterfaceList, StandsInForWhatCannotBeRead) {
     });
     expect({LISTED, assumed, unknown}, [] { InterfacesScript({{0, UP}}); });
     expect({{0, "VORN: Unable to allocate object dgram\n"}, unknown},
-           [] { Script().dgramInitializeFails = true; });
+           [] { System().failingStep = 1; });
   }
 }
 

@@ -167,7 +167,7 @@ char* KelNtpTimeToString(const KELNtpTime* time, char* buffer) {
 
 int KelDGramInitialize(KELDGram* self) {
   CallNote("KelDGramInitialize");
-  if (StepFails("KelDGramInitialize") || script->dgramInitializeFails)
+  if (StepFails("KelDGramInitialize"))
     return 0;
   *self = {new KELSocketRecord{script->descriptor}, Bind, SendTo, OptionSet, SocketGet, nullptr};
   script->descriptor += script->descriptor >= 0 ? 1 : 0;

@@ -34,7 +34,6 @@ struct ScriptedLayer {
 
   std::set<int> refusedPriorities;
 
-  bool dgramInitializeFails = false;  ///< and so does making one
   int descriptor = -1;  ///< what a new socket record holds; if not -1, one more for each
   int openSockets = 0;
   std::map<int, std::vector<int>> optionErrno;  ///< per option code, errno of each call; 0: success
