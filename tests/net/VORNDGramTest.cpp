@@ -138,8 +138,7 @@ const std::vector<ScriptedInterface> FOUR{
 
 // A derived class can put a record of no group among those of the groups.
 struct Derived : VORNDGram {
-  using VORNDGram::_recvGroupManager;
-  using VORNDGram::VORNDGram;
+  using VORNDGram::_recvGroupManager, VORNDGram::VORNDGram;
 };
 
 TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {

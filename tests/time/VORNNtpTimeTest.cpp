@@ -41,8 +41,7 @@ TEST(VORNNtpTime, ConversionsStayWithinTheirErrorAndNeverAboveTheExactFraction) 
     for (std::uint32_t n = 0; n < row.perSecond; n += row.stride) {
       Time time;
       time.Pack(0, n, row.unit);
-      const std::uint64_t below = (std::uint64_t{n} << 32) / row.perSecond - time.frac;
-      EXPECT_LE(below, row.maxBelow) << n << ' ' << time.frac;
+      EXPECT_LE((std::uint64_t{n} << 32) / row.perSecond - time.frac, row.maxBelow) << n;
       digest = digest * 31 + time.frac;
     }
     EXPECT_EQ(digest, row.digest) << row.unit;
