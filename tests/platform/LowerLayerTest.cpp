@@ -263,6 +263,7 @@ TEST(LowerClock, CountsSecondsSince1900AndWrapsAtThirtyBits) {
   // From here on the monotonic clock is scripted, and asking for the wall's one again would show.
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
+  now.tv_nsec = 0;
   clocks = {{CLOCK_MONOTONIC, now}};
   EXPECT_EQ(KelNtpTimeGet(&time), 1);
   const KELNtpTime start = time;
@@ -273,6 +274,9 @@ TEST(LowerClock, CountsSecondsSince1900AndWrapsAtThirtyBits) {
     EXPECT_EQ(time.sec, later < left ? start.sec + later : later - left);
     EXPECT_EQ(time.frac, start.frac);
   }
+  clocks = {{CLOCK_MONOTONIC, {now.tv_sec, 999999999}}};
+  EXPECT_EQ(KelNtpTimeGet(&time), 1);
+  EXPECT_EQ(time.sec, start.sec + (time.frac < start.frac ? 1 : 0)) << "a second later, almost";
   clocks = {{CLOCK_REALTIME, now}};
   ResultsExpect(0, {{"get", KelNtpTimeGet(&time)}, {"start", KelNtpTimeInit(&info, &rollover)}});
   clocks.clear();
