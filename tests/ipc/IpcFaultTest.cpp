@@ -386,6 +386,36 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
   }
 }
 
+// Whatever takes its attachment from a send: it goes with the send, not before.
+TEST_F(IpcFault, NothingIsUnmappedUnderASendWhoseAttachmentIsReplaced) {
+  // clang-format off
+  const struct { const char* name; bool isReceived, isRemoved; int times, attached; } rows[] = {
+      {"nobody receives", false, false, 1, 3}, {"by the same segment", true, false, 1, 3}, {"more often than kept", true, true, 65, 67}};
+  // clang-format on
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    HostPrepare(QUEUE);
+    EXPECT_EQ(opener->Send("", 0), 1);
+    EXPECT_EQ((row.isReceived ? opener : creator)->Recv(nullptr, 0), 0);
+    const int mutex = opener->_mutexId;
+    ASSERT_EQ(NamedMutexTake(mutex), 1);
+    std::thread sender([] { EXPECT_EQ(opener->Send("ab", 2), 1); });
+    ASSERT_TRUE(WaiterAwait(mutex));
+    for (int i = 0; i < row.times; ++i) {
+      if (row.isRemoved) {
+        opener->_header->writeOffset = MESSAGE_LENGTH_SIZE;  // a message of no bytes
+        shmctl(opener->_shm->id, IPC_RMID, nullptr);
+        ShMDelete(ShMNew(static_cast<int>(QueueKeyGet(ID)), QueueSegmentLength(64)), 0);
+      }
+      EXPECT_EQ(opener->Initialize(), 1);
+    }
+    EXPECT_EQ(Ipc().attached, row.attached);
+    NamedMutexGive(mutex);
+    sender.join();
+    EXPECT_EQ(Ipc().attached, row.attached - 1);
+  }
+}
+
 TEST_F(IpcFault, SetNumbered0IsGivenUpForAnother) {
   IpcReset();
   const int handle = SemaphoreMutexNew(KEY, 7);
