@@ -306,7 +306,9 @@ TEST_F(IpcFault, CreatorsDestroyRemovesTheSegmentThatAFailedSendLost) {
       Queue(1, ID).Destroy();
       opener = std::make_unique<Queue>(1, ID, 8U);
     }
+    Ipc().calls.clear();
     creator->Destroy();
+    EXPECT_EQ(Ipc().calls.back().substr(0, 6), isMadeByAnother ? "shmget" : "shmctl");
     EXPECT_EQ(HostText(), isMadeByAnother ? "2/1" : "0/0");
   }
 }
