@@ -135,7 +135,10 @@ TEST_F(InterfaceList, LivesFromFirstUserToLastAndIsReadOnce) {
   EXPECT_EQ(Script().threadUnlocks, 7);
   MessagesExpect({{1, "VORN: can't destroy NIC list, refcount already 0 (too many calls to "
                       "VornAppDestroy?)\n"}},
-                 [] { EXPECT_EQ(Class::NICDestroy(), 0); });
+                 [] {
+                   EXPECT_EQ(Class::NICDestroy(), 0);
+                   EXPECT_EQ(Script().threadUnlocks, 1);
+                 });
   VORNNICProperties record{0, 9};
   VORN_NIC = &record;
   EXPECT_EQ(Class::NICIsValid(), 0) << "a table of no records";
