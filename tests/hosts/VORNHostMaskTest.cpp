@@ -87,6 +87,7 @@ TEST_F(HostMask, EveryListAdmitsChoosesAndPrunesByTheRules) {
     EXPECT_EQ(output, chosen);
 
     std::rotate(nics.begin(), nics.begin() + 1, nics.end() - 1);
+    nics[0].flags ^= NIC_UP;  // one that is down stays down
     const auto before = nics;
     EXPECT_EQ(VornSubnetMatch(&table, nullptr, 9, output.data()), 0);
     for (std::size_t i = 0; i < nics.size(); ++i) {
