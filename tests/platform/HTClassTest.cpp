@@ -98,6 +98,8 @@ TEST(HTClass, KeysThatCannotBeKeptAreRefused) {
   for (const auto& [key, size] : refused)
     EXPECT_EQ(table.InsertNode(key, nullptr, size, nullptr, HTNodeClass::LOCK), 0) << size;
   EXPECT_EQ(table.InsertNode(&text, nullptr, 5, nullptr, HTNodeClass::LOCK), 1);
+  EXPECT_EQ(Insert(table, "costarring", nullptr), 1);
+  EXPECT_EQ(Find(table, "liquid"), nullptr) << "of the same hash";
   EXPECT_EQ(table.ForAllMatches(nullptr, nullptr, HTNodeClass::LOCK), 0) << "without a visitor";
   Visitor visitor;
   visitor.enters = false;
