@@ -4,6 +4,8 @@
 #include <climits>
 #include <vector>
 
+#include <sys/mman.h>
+
 namespace {
 
 using QueueRing = EmptiedHost;
@@ -116,6 +118,28 @@ TEST_F(QueueRing, SendAndRecvMoveASoundMessageAndTouchNothingElse) {
     MessagesMove(queue, {0, size}, INT_MIN);
     EXPECT_EQ(queue.SendInternal(nullptr, 0), 1) << "no data";
   }
+}
+
+// The buffer cannot be written before the copy has faulted there.
+TEST_F(QueueRing, RecvPassesTheLengthCopiesAndPassesThePayload) {
+  static std::int32_t* offset;
+  static std::int32_t passed;
+  static void* page = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  OwnQueue queue(1, 1, 60);
+  offset = &queue._header->readOffset;
+  EXPECT_EQ(queue.Send("abc", 3), 1);
+  struct sigaction action {
+  }, before{};
+  action.sa_handler = [](int) {
+    passed = *offset;
+    mprotect(page, 4096, PROT_READ | PROT_WRITE);
+  };
+  sigaction(SIGSEGV, &action, &before);
+  EXPECT_EQ(queue.Recv(static_cast<char*>(page), 3), 3);
+  sigaction(SIGSEGV, &before, nullptr);
+  EXPECT_EQ(passed, 4);
+  EXPECT_EQ(*offset, 7);
+  munmap(page, 4096);
 }
 
 TEST_F(QueueRing, DamagedLengthOfTheSegmentIsNotBelieved) {
