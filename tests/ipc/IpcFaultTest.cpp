@@ -9,6 +9,7 @@
 #include <climits>
 #include <memory>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -143,6 +144,8 @@ const Case CASES[] = {
     {"creator's send: its mutex is gone", "", 0, [] { NamedMutexDelete(creator->_mutexId); return Sent(*creator); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_MADE, NOT_TAKEN}},
     {"opener's send: the queue is gone", "", 0, [] { creator->Destroy(); return Sent(*opener); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_OPENED, NOT_TAKEN}},
     {"creator: initialised after its end", "", 0, [] { opener.reset(); creator->Destroy(); return Number(creator->Initialize()) + HostText(); }, "00/0", {}},
+    {"creator's next send", "semop", 1, [] { creator->Send("", 0); return Sent(*creator); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_MADE}},
+    {"send of a derived class: take fails", "semop", 1, [] { return Number(opener->SendInternal("", 0)); }, "3", {NOT_TAKEN}},
     {"receive: take fails", "semop", 1, [] { return opener->Receive(1); }, "failed", {}, ENOSPC},
     {"send: null", "sem", 9, [] { return Number(opener->Send(nullptr, 1)); }, "0", {}},
     {"send: negative length", "sem", 9, [] { return Number(opener->Send("", -1)); }, "0", {}},
@@ -293,6 +296,19 @@ TEST_F(IpcFault, SendIsThreeSystemCallsAndRecvOfAMessageNone) {
   EXPECT_TRUE(Ipc().calls.empty());
 }
 
+TEST_F(IpcFault, CreatorEmptiesWhatAnotherSentTooEarly) {
+  HostPrepare(NOTHING);
+  bool isEarly = true;
+  Ipc().fails = [&isEarly](const std::string& call) {
+    if (call.rfind("semget", 0) == 0 && std::exchange(isEarly, false)) {
+      EXPECT_EQ(Queue(1, ID).Send("early", 5), 1);
+    }
+    return false;
+  };
+  creator = std::make_unique<Queue>(1, ID, 64U);
+  EXPECT_EQ(creator->SpaceGet(), 64);
+}
+
 // A creator that a signal made invalid knows what it has made, and removes nothing of another's.
 TEST_F(IpcFault, CreatorsDestroyRemovesTheSegmentThatAFailedSendLost) {
   for (const bool isMadeByAnother : {false, true}) {
@@ -377,9 +393,15 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
       if (row.waits)
         NamedMutexGive(mutex);
     });
-    creator->Destroy();
-    EXPECT_EQ(Ipc().attached, row.waits ? 0 : 1);
+    const auto end = [&row] {
+      creator->Destroy();
+      EXPECT_EQ(Ipc().attached, row.waits ? 0 : 1);
+    };
+    std::thread others[] = {std::thread(end), std::thread(end)};
+    end();
     EXPECT_EQ(HostText(), row.waits ? "1/0" : "1/1");
+    for (std::thread& other : others)
+      other.join();
     giver.join();
     NamedMutexGive(mutex);
     sender.join();
@@ -392,7 +414,8 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
 TEST_F(IpcFault, NothingIsUnmappedUnderASendWhoseAttachmentIsReplaced) {
   // clang-format off
   const struct { const char* name; bool isReceived, isRemoved; int times, attached; } rows[] = {
-      {"nobody receives", false, false, 1, 3}, {"by the same segment", true, false, 1, 3}, {"more often than kept", true, true, 65, 67}};
+      {"by the same segment", true, false, 1, 3}, {"nobody receives", false, false, 1, 3},
+      {"more often than kept", true, true, 65, 67}, {"none is kept", false, true, 65, 3}};
   // clang-format on
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -416,6 +439,22 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendWhoseAttachmentIsReplaced) {
     sender.join();
     EXPECT_EQ(Ipc().attached, row.attached - 1);
   }
+}
+
+TEST_F(IpcFault, DestroyRemovesWhatARenewalMakesMeanwhile) {
+  HostPrepare(STALE);
+  creator.reset();
+  std::thread end;
+  Ipc().fails = [&end](const std::string& call) {
+    if (call.rfind("semget", 0) == 0 && !end.joinable()) {
+      end = std::thread([] { opener->Destroy(); });
+      usleep(20000);  // the time that a fault has to show
+    }
+    return false;
+  };
+  opener->Send("ab", 2);
+  end.join();
+  EXPECT_EQ(HostText(), "0/0");
 }
 
 TEST_F(IpcFault, SetNumbered0IsGivenUpForAnother) {
