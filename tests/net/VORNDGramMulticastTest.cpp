@@ -54,10 +54,12 @@ TEST_F(MulticastSender, SendsFromEachInterfaceThatIsUp) {
   expect(0xEFFFFFFF, {}, 1, "");
   expect(0xF0000000, {0}, 0, "sendTo 3 on 5");
   expect(0x0A000005, {-3}, -3, "sendTo 3 on 5");
+  VORN_NIC_COUNT = 0;
+  expect(0x0A000005, {}, 0, "");
 }
 
 TEST_F(MulticastSender, LoneEndpointAdoptsTheDescriptor) {
-  VORNMulticastProperties off{7, 7, 7}, on{1, 1, 1};
+  VORNMulticastProperties off{7, 7, 7}, on{-1, 1, 1};
   VornMulticastPropertiesDefaultGet(&off);
   VornMulticastPropertiesDefaultGet(nullptr);
   EXPECT_EQ(off.enable, 0);

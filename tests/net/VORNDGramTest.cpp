@@ -11,10 +11,10 @@ constexpr unsigned int GROUP = 0xEF010101;
 
 TEST_F(Endpoint, AdoptsADescriptorThenSetsOptionsUpToTheFirstFailure) {
   const std::string tag = "VORNDGram::VORNDGram: ", send = "; SNDBUF 512 on 7",
-                    recv = "; RCVBUF 768 on 7", cast = "; BROADCAST 1 on 7";
+                    recv = "; RCVBUF -768 on 7", cast = "; BROADCAST 1 on 7";
   const Message sending{3, tag + "Setting SNDBUF to 512\n"};
-  const Message receiving{3, tag + "Setting RECVBUF to 768\n"};
-  VORNDGramProperties sizes{0x300, 0x200}, none{0, 0};
+  const Message receiving{3, tag + "Setting RECVBUF to -768\n"};
+  VORNDGramProperties sizes{-768, 512}, none{0, 0};
   const auto expect = [](int mask, VORNDGramProperties* properties, int failing,
                          const std::string& calls, const std::vector<Message>& messages) {
     MessagesExpect(messages, [&] {
@@ -105,6 +105,7 @@ TEST_F(Endpoint, WaitsWithOneSelectForReadingAlone) {
       EXPECT_EQ(broken, nullptr);
       EXPECT_EQ(wait->tv_sec, row.wait.tv_sec);
       EXPECT_EQ(wait->tv_usec, row.wait.tv_usec);
+      errno = EINTR;
       return row.answer;
     };
     KELNtpTime timeout = row.timeout;
@@ -174,6 +175,12 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
   }
   EXPECT_EQ(CallsDrain(), "DROP_MEMBERSHIP 239.1.1.1 10.0.0.1; DROP_MEMBERSHIP 239.1.1.2 10.0.0.1; "
                           "KelDGramRelease");
+}
+
+TEST_F(Endpoint, RecordOfAGroupIsValidWithoutJoins) {
+  VORNRecvMulticastGroup group(GROUP);
+  group.refCount = 0;
+  EXPECT_EQ(group.IsValid(), 1);
 }
 
 TEST_F(Endpoint, CountsNoJoinThatFails) {

@@ -3,6 +3,7 @@
 #include "support/Faults.h"
 #include "support/ScriptedInterfaces.h"
 
+#include <climits>
 #include <utility>
 
 namespace {
@@ -34,10 +35,15 @@ TEST_F(InterfaceList, TakesAddressesFromTheListAndFlagsFromTheReply) {
   MessagesExpect({LISTED, records}, [&] {
     // clang-format off
     InterfacesScript({{0x7F000001, LOOP | UP | IFF_RUNNING}, {0x0A000001, UP, AF_INET6}, {0x0A000004, LOOP | CAST},
-                      {0x0A000002, UP, AF_INET, false}, {0, UP | CAST}, {0x0A000005, 0}, {0x0A000003, CAST | UP | BROAD}});
+                      {0x0A000002, UP, AF_INET, false}, {0, UP | CAST}, {0x0A000005, IFF_RUNNING | IFF_POINTOPOINT}, {0x0A000003, CAST | UP | BROAD | IFF_DYNAMIC}});
     // clang-format on
     EXPECT_EQ(Acquired(), nics);
   });
+  VORNNICProperties table[VORN_NIC_CAPACITY]{{0, 9}, {0, 9}};
+  int count = 0;
+  InterfacesScript({{9, 0}, {0, UP}});
+  EXPECT_EQ(NicInterfaceGet(table, &count), 1);
+  EXPECT_EQ(table[count].address, 0U) << "what a reader finds one record past the count";
   InterfacesScript(std::vector<ScriptedInterface>(40, {1, 0}));  // more than there is room for
   EXPECT_EQ(Acquired(), Nics(32, {1, 0}));
 }
@@ -143,6 +149,9 @@ TEST_F(InterfaceList, LivesFromFirstUserToLastAndIsReadOnce) {
   VORN_NIC = &record;
   EXPECT_EQ(Class::NICIsValid(), 0) << "a table of no records";
   EXPECT_EQ(Class::NICIsThisNodeIP(9), 0);
+  Class::NICReferenceCount = INT_MAX;
+  EXPECT_EQ(Class::NICInitialize(), 0) << "a user too many";
+  Class::NICReferenceCount = 0;
   VORN_NIC = nullptr;
 }
 

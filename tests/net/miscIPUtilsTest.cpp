@@ -21,6 +21,7 @@ TEST_F(Addresses, AreNamedByNumbersOrHostNames) {
       System().gethostbyname = [](const char* name) {
         static char bytes[] = {10, 11, 12, 13}, *list[] = {bytes, nullptr};
         static hostent host{nullptr, nullptr, AF_INET, 4, list};
+        host.h_addrtype = std::strcmp(name, "v6host") == 0 ? AF_INET6 : AF_INET;
         return std::strcmp(name, "nohost") == 0 ? nullptr : &host;
       };
       EXPECT_EQ(VornStringToAddress(text), address) << text;
@@ -34,6 +35,7 @@ TEST_F(Addresses, AreNamedByNumbersOrHostNames) {
   expect("0.0.0.0", 0, "");
   expect("1.2.3", 0x0A0B0C0D, "gethostbyname 1.2.3");
   expect("nohost", 0, "gethostbyname nohost", "VornStringToAddress:: host nohost not found.\n");
+  expect("v6host", 0, "gethostbyname v6host", "VornStringToAddress:: host v6host not found.\n");
   expect(nullptr, 0x0A0B0C0D, "gethostname 63; gethostbyname self");
   System().gethostname = [](char*) { return -1; };
   EXPECT_EQ(VornStringToAddress(nullptr), 0U);
