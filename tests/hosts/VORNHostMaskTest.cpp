@@ -21,7 +21,7 @@ void Fill(HTClass& table, Entries& entries) {
     ASSERT_EQ(Insert(table, std::to_string(i), &entries[i]), 1);
 }
 
-bool Contains(const VORNHostMask& e, unsigned int ip) { return (ip & e.mask) == e.address; }
+bool Contains(const VORNHostMask& e, unsigned int ip) { return ((ip ^ e.address) & e.mask) == 0; }
 
 // The rule of admission as its readers know it.
 bool IsAdmitted(const Entries& entries, unsigned int ip, bool loopbackRule) {
@@ -114,6 +114,11 @@ TEST_F(HostMask, QuestionsThatCannotBeAskedAreRefused) {
   // clang-format on
   EXPECT_EQ(VornSubnetMatch(&table, at, 2, at), 1);  // into the place of the addresses
   EXPECT_EQ(asked[0], OWN);
+  VORNSubnetMatchChecker checker(OWN);
+  EXPECT_EQ(table.ForAllMatches(nullptr, &checker, HTNodeClass::LOCK), 0);
+  EXPECT_EQ(checker.SawSubnet(), 1);
+  checker.ResetHostIp(OWN);
+  EXPECT_EQ(checker.SawSubnet(), 0);
   VORN_NIC_COUNT = 0;
   EXPECT_EQ(VornSubnetMatch(&table, nullptr, 0, nullptr), 0);
   EXPECT_EQ(nics[2].flags, 0x15U);
