@@ -18,12 +18,12 @@ struct CountingRemove : HTRemoveFunc {
 };
 
 struct Visitor : HTExecFunc, HTMatchFunc {
-  int LevelEntry(const HTKeyClass*, HTClass*, int) override { return enters ? 1 : 0; }
+  int LevelEntry(const HTKeyClass*, HTClass*, int level) override { return enters ? 1 : level; }
   int LevelExit(const HTKeyClass*, HTClass*, int) override { return 1; }
   int Match(const HTKeyClass*, HTNodeClass* node) override { return 1 - node->IsMarked(); }
-  int Node(const HTKeyClass* key, HTNodeClass*, int) override {
+  int Node(const HTKeyClass* key, HTNodeClass*, int level) override {
     ++nodes;
-    return visit(key->text);
+    return level == 0 ? visit(key->text) : 0;
   }
   std::function<int(const char*)> visit = [](const char*) { return 1; };
   std::size_t nodes = 0;
@@ -137,7 +137,10 @@ TEST(HTClass, WalksWithinWalksOfAnotherTableGoOn) {
     Visitor visitor;
     visitor.visit = [&outer, &inner](const char* text) {
       Visitor within;
-      within.visit = [&outer, text](const char*) { return Find(outer, text) != nullptr ? 1 : 0; };
+      within.visit = [&outer, text](const char*) {
+        EXPECT_EQ(Insert(outer, "refused", nullptr), 0);
+        return Find(outer, text) != nullptr ? 1 : 0;
+      };
       return Walk(inner, within);
     };
     for (int i = 0; i < 300; ++i)
