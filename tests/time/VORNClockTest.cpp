@@ -94,6 +94,17 @@ TEST_F(Clock, ReadsAgainWhenACorrectionFallsIntoTheReading) {
   EXPECT_EQ(Script().mutexTakes, 2);  // one to correct, one to wait for the correction's end
 }
 
+TEST_F(Clock, TakesNoReaderThatIsAheadForAWrap) {
+  int depth = 0;
+  Script().clock = [&] {
+    if (depth++ > 0)
+      return KELNtpTime{5, 0};
+    EXPECT_EQ(SecondsGet(), 5);
+    return KELNtpTime{4, 0};
+  };
+  EXPECT_EQ(SecondsGet(), 4);
+}
+
 // A traced process corrects a clock in shared memory, one instruction after the other.
 TEST_F(Clock, ACorrectionSetsItsMarkFirstAndTheNextGenerationLast) {
   SKIP_UNDER_EMULATOR("ptrace");
