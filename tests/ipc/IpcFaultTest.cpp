@@ -146,6 +146,14 @@ const Case CASES[] = {
     {"creator: initialised after its end", "", 0, [] { opener.reset(); creator->Destroy(); return Number(creator->Initialize()) + HostText(); }, "00/0", {}},
     {"creator's next send", "semop", 1, [] { creator->Send("", 0); return Sent(*creator); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_MADE}},
     {"send of a derived class: take fails", "semop", 1, [] { return Number(opener->SendInternal("", 0)); }, "3", {NOT_TAKEN}},
+    {"manager: list and mutex at the second try", "", 0, [] {
+       ShmMsgQManager::Destroy();
+       System().failingStep = System().steps + 2;
+       ShmMsgQManager::Initialize();
+       const int before = System().steps;
+       ShmMsgQManager::Initialize();
+       return Number(System().steps - before);
+     }, "2", {}},
     {"receive: take fails", "semop", 1, [] { return opener->Receive(1); }, "failed", {}, ENOSPC},
     {"send: null", "sem", 9, [] { return Number(opener->Send(nullptr, 1)); }, "0", {}},
     {"send: negative length", "sem", 9, [] { return Number(opener->Send("", -1)); }, "0", {}},
