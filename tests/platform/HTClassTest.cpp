@@ -19,7 +19,7 @@ struct CountingRemove : HTRemoveFunc {
 
 struct Visitor : HTExecFunc, HTMatchFunc {
   int LevelEntry(const HTKeyClass*, HTClass*, int level) override { return enters ? 1 : level; }
-  int LevelExit(const HTKeyClass*, HTClass*, int) override { return 1; }
+  int LevelExit(const HTKeyClass*, HTClass*, int) override { return ++exits; }
   int Match(const HTKeyClass*, HTNodeClass* node) override { return 1 - node->IsMarked(); }
   int Node(const HTKeyClass* key, HTNodeClass*, int level) override {
     ++nodes;
@@ -27,6 +27,7 @@ struct Visitor : HTExecFunc, HTMatchFunc {
   }
   std::function<int(const char*)> visit = [](const char*) { return 1; };
   std::size_t nodes = 0;
+  int exits = 0;
   bool enters = true;
 };
 
@@ -105,6 +106,10 @@ TEST(HTClass, KeysThatCannotBeKeptAreRefused) {
   visitor.enters = false;
   EXPECT_EQ(Walk(table, visitor), 0);
   EXPECT_EQ(visitor.nodes, 0U);
+  visitor.enters = true;
+  visitor.visit = [](const char*) { return 0; };
+  EXPECT_EQ(Walk(table, visitor), 0);
+  EXPECT_EQ(visitor.exits, 1) << "from the walk that was stopped, not from the one refused";
 }
 
 TEST(HTClass, ChangesAreMadeWhileWalksOverlapWithoutPause) {
