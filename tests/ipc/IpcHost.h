@@ -15,6 +15,7 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
@@ -111,6 +112,39 @@ inline bool Await(const std::function<bool()>& condition) {
   }
   return true;
 }
+
+/// A program that the shell starts, after what it does `first`; what is printed on both outputs is
+/// kept.
+class Program {
+public:
+  explicit Program(const std::string& command, const std::string& first = "exec ")
+      : _output(memfd_create("output", 0)), _child([&] {
+          dup2(_output, STDOUT_FILENO);
+          dup2(_output, STDERR_FILENO);
+          return execlp("sh", "sh", "-c", (first + command).c_str(), nullptr);
+        }) {}
+  ~Program() { close(_output); }
+  void Signal(int signal) const { kill(_child.pid, signal); }  // 0: none
+  std::string Text() const {
+    std::string text(1 << 16, '\0');
+    EXPECT_GE(pread(_output, text.data(), text.size(), 0), 0);
+    return text.substr(0, text.find('\0'));
+  }
+  void Says(const std::string& text) const {
+    const bool isSaid = Await([&] { return Text().find(text) != std::string::npos; });
+    EXPECT_TRUE(isSaid) << "'" << text << "' is not in\n" << Text();
+  }
+  /// Waits for its end, after a signal if one is given.
+  void Expect(int exitCode, const std::string& text = "", int signal = 0) {
+    Signal(signal);
+    EXPECT_EQ(_child.Wait(), exitCode) << Text();
+    Says(text);
+  }
+
+private:
+  const int _output;
+  Child _child;
+};
 
 inline bool WaiterAwait(int set) {
   return Await([set] { return semctl(set, 0, GETNCNT, nullptr) == 1; });

@@ -5,8 +5,6 @@
 
 #include <fstream>
 
-#include <sys/mman.h>
-
 namespace {
 
 using Logger = EmptiedHost;
@@ -14,38 +12,6 @@ using Logger = EmptiedHost;
 const std::string LOG = "'" LOGGER "' ";
 const std::string SENSE = "'" SENSOR "' ";
 const std::string UNPRIVILEGED = "setpriv --bounding-set=-ipc_owner ";  // or root may all
-
-/// A program that the shell starts; what it prints on both outputs is kept.
-class Program {
-public:
-  explicit Program(const std::string& command)
-      : _output(memfd_create("output", 0)), _child([&] {
-          dup2(_output, STDOUT_FILENO);
-          dup2(_output, STDERR_FILENO);
-          return execlp("sh", "sh", "-c", ("exec " + command).c_str(), nullptr);
-        }) {}
-  ~Program() { close(_output); }
-  void Signal(int signal) const { kill(_child.pid, signal); }  // 0: none
-  std::string Text() const {
-    std::string text(1 << 16, '\0');
-    EXPECT_GE(pread(_output, text.data(), text.size(), 0), 0);
-    return text.substr(0, text.find('\0'));
-  }
-  void Says(const std::string& text) const {
-    const bool isSaid = Await([&] { return Text().find(text) != std::string::npos; });
-    EXPECT_TRUE(isSaid) << "'" << text << "' is not in\n" << Text();
-  }
-  /// Waits for its end, after a signal if one is given.
-  void Expect(int exitCode, const std::string& text, int signal = 0) {
-    Signal(signal);
-    EXPECT_EQ(_child.Wait(), exitCode);
-    Says(text);
-  }
-
-private:
-  const int _output;
-  Child _child;
-};
 
 void ReadingSend(std::int32_t sensor, int number) {
   char bytes[READING_SIZE];

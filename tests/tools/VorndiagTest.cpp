@@ -122,19 +122,19 @@ TEST_F(Vorndiag, MeterCountsWhatWasSentAndTheMostThatWaited) {
 
 // On a terminal, which `script` makes.
 TEST_F(Vorndiag, RemoveAsksAPersonUnlessSheSaidYes) {
-  const auto removed = [](const std::string& answer, const std::string& options) {
-    return DiagRun("", "echo " + answer + " | script -qec '" VORNDIAG " queue 7 --remove" +
-                           options + "' /dev/null; exit $?; ")
-        .code;
-  };
-  { const Queue made(1, 7, 16); }
-  EXPECT_EQ(removed("n", ""), 1);
-  EXPECT_EQ(HostText(), "2/1");
-  EXPECT_EQ(removed("y", ""), 0);
-  EXPECT_EQ(HostText(), "0/0");
-  { const Queue made(1, 7, 16); }
-  EXPECT_EQ(removed("n", " --yes"), 0);
-  EXPECT_EQ(HostText(), "0/0");
+  const struct {
+    const char *answer, *option;
+    int code;
+    const char* left;
+  } rows[] = {{"n", "", 1, "2/1"}, {"y", "", 0, "0/0"}, {"n", "--yes", 0, "0/0"}};
+  for (const auto& row : rows) {
+    ASSERT_TRUE(HostFresh());
+    { const Queue made(1, 7, 16); }
+    const std::string remove = std::string(VORNDIAG " queue 7 --remove ") + row.option;
+    Program("script -qec '" + remove + "' /dev/null", std::string("echo ") + row.answer + " | ")
+        .Expect(row.code);
+    EXPECT_EQ(HostText(), row.left) << row.answer << row.option;
+  }
 }
 
 TEST_F(Vorndiag, WatchEndsWithALookThatShowsNothingWrong) {
