@@ -15,6 +15,7 @@ namespace {
 
 constexpr int KEY = 99;
 constexpr int ID = 5;
+constexpr int SEGMENT_KEY = static_cast<int>(QueueKeyGet(ID));
 constexpr int MUTEX_KEY = static_cast<int>(QueueMutexKeyGet(ID));
 std::unique_ptr<Queue> creator;
 std::unique_ptr<Queue> opener;
@@ -49,7 +50,7 @@ protected:
     HostFresh();
     SemaphoreMutexDelete(SemaphoreMutexNew(KEY, 0));
     if (before == SEGMENT)
-      ShMDelete(ShMNew(static_cast<int>(QueueKeyGet(ID)), QueueSegmentLength(64)), 0);
+      ShMDelete(ShMNew(SEGMENT_KEY, QueueSegmentLength(64)), 0);
     if (before == QUEUE || before == STALE) {
       creator = std::make_unique<Queue>(1, ID, 64U);
       opener = std::make_unique<Queue>(1, ID);
@@ -80,7 +81,7 @@ std::string SegmentVanish() {
   Ipc().fails = [](const std::string& call) {
     return call.rfind("shmat", 0) == 0 && shmctl(creator->_shm->id, IPC_RMID, nullptr) != 0;
   };
-  return Pointed(ShMOpen(static_cast<int>(QueueKeyGet(ID))));
+  return Pointed(ShMOpen(SEGMENT_KEY));
 }
 
 std::string Number(int value) { return std::to_string(value); }
@@ -162,55 +163,47 @@ const Case CASES[] = {
     {"print", "", 0, [] { creator->Print(); return Number(1); }, "1", {PRINTED}},
 };
 
-/// An operation that answers 1 when all of it was done. Each of its system calls fails in one try.
+/// An operation that tells whether all of it was done. Each of its system calls fails in one try.
 struct Operation {
   const char* name;
   Before before;
-  int (*act)();
-  const char* refusals;  // calls without which it answers 0, each with what the host then has
-  const char* done;      // what the host has after a 1, with or without a call that failed
-  std::string mutex = {};  // how the manager uses its own one when no call fails
+  bool (*act)();
+  const char* refusals;  // calls without which it is not done, each with what the host then has
+  const char* done;      // what the host has after all was done, with or without a failed call
+  const char* mutex = "";  // how the manager uses its own one when no call fails
 };
 
-const std::string LOCKED = "KelSemaphoreTake; KelSemaphoreGive";
+bool IsEmptied() { return HostText() == "0/0"; }
+
+const char* const OPENING = "shmget 0/1, shmat 0/1, shmctl 0/1, semget 0/1, semctl 1/1, semget 1/1, semctl 2/1";
+const char* const RENEWAL = "shmget 1/1, shmat 1/1, shmctl 1/1, semget 1/1, semget 1/1, semctl 2/1, semop 2/1, semctl 2/1";
+const char* const REMOVAL = "semctl 1/0, semctl 1/0, shmctl 0/1";
+const char* const LOCKED = "KelSemaphoreTake; KelSemaphoreGive";
+const char* const LOCK_MADE_ANEW = "KelSemaphoreTake; KelSemaphoreGive; KelSemaphoreDelete; KelSemaphoreMutexNew 0";
 
 const Operation OPERATIONS[] = {
-    {"set", NOTHING, [] { return SemaphoreMutexNew(KEY, 7) != 0 ? 1 : 0; }, "semget 0/0, semctl 1/0", "1/0"},
-    {"semaphore", NOTHING, [] { return NamedSemaphoreNew(KEY, 0) != 0 ? 1 : 0; }, "semget 0/0, semctl 1/0", "1/0"},
-    {"mutex", NOTHING, [] { return NamedMutexNew(KEY) != 0 ? 1 : 0; }, "semget 0/0, semctl 1/0", "1/0"},
-    {"segment made", NOTHING, [] { return Pointed(ShMNew(KEY, 9)) == "handle" ? 1 : 0; }, "shmget 0/0, shmat 0/0", "0/1"},
-    {"segment opened", SEGMENT, [] { return Pointed(ShMOpen(static_cast<int>(QueueKeyGet(ID)))) == "handle" ? 1 : 0; },
-     "shmget 0/1, shmat 0/1, shmctl 0/1", "0/1"},
-    {"creator", NOTHING, [] { return Queue(1, ID, 64U).IsValid(); },
-     "shmget 0/0, shmat 0/0, semget 0/0, semctl 1/0, semget 1/0, semctl 2/0", "2/1"},
-    {"opener", SEGMENT, [] { return Queue(1, ID).IsValid(); },
-     "shmget 0/1, shmat 0/1, shmctl 0/1, semget 0/1, semctl 1/1, semget 1/1, semctl 2/1", "2/1"},
-    {"creator's send", QUEUE, [] { return creator->Send("ab", 2); }, "semop 2/1, semctl 2/1", "2/1"},
-    {"opener's send", QUEUE, [] { return opener->Send("ab", 2); }, "", "2/1"},
-    {"opener's send, opened anew", STALE, [] { return opener->Send("ab", 2); },
-     "shmget 1/1, shmat 1/1, shmctl 1/1, semget 1/1, semget 1/1, semctl 2/1, semop 2/1, semctl 2/1", "2/1"},
-    {"creator's end", QUEUE, [] { opener.reset(); creator->Destroy(); return HostText() == "0/0" ? 1 : 0; },
-     "semctl 1/0, semctl 1/0, shmctl 0/1", "0/0"},
-    {"opener's end", QUEUE, [] { creator.reset(); opener->Destroy(); return HostText() == "0/0" ? 1 : 0; },
-     "semctl 1/0, semctl 1/0, shmctl 0/1", "0/0"},
-    {"manager's Initialize", NOTHING, [] { ShmMsgQManager::Destroy(); return ShmMsgQManager::Initialize(); }, "", "0/0",
-     LOCKED + "; KelSemaphoreDelete; KelSemaphoreMutexNew 0"},
-    {"manager's Initialize again", MANAGED, ShmMsgQManager::Initialize, "", "2/1"},
-    {"manager's New", NOTHING, [] { return ShmMsgQManager::New(ID, 64) != nullptr ? 1 : 0; },
-     "shmget 0/0, shmat 0/0, semget 0/0, semctl 1/0, semget 0/0, semctl 1/0", "2/1", LOCKED},
-    {"manager's Open", SEGMENT, [] { return ShmMsgQManager::Open(ID) != nullptr ? 1 : 0; },
-     "shmget 0/1, shmat 0/1, shmctl 0/1, semget 0/1, semctl 1/1, semget 1/1, semctl 2/1", "2/1", LOCKED},
-    {"manager's Create", SEGMENT, [] { return ShmMsgQManager::Create(ID); },
-     "shmget 0/1, shmat 0/1, shmctl 0/1, semget 0/1, semctl 1/1, semget 0/1, semctl 1/1", "2/1", LOCKED},
-    {"manager's Acquire", MANAGED, [] { return ShmMsgQManager::Acquire(ID) == managed ? 1 : 0; }, "", "2/1", LOCKED},
-    {"manager's Send", MANAGED, [] { return ShmMsgQManager::Send(ID, "ab", 2); }, "semop 2/1, semctl 2/1", "2/1", LOCKED},
-    {"manager's Print", MANAGED, [] { ShmMsgQManager::Print(); return 1; }, "", "2/1", LOCKED},
-    {"manager's Release", MANAGED, [] { ShmMsgQManager::Release(managed, 1); return HostText() == "0/0" ? 1 : 0; },
-     "semctl 1/0, semctl 1/0, shmctl 0/1", "0/0", LOCKED},
-    {"manager's Release of null", MANAGED, [] { ShmMsgQManager::Release(nullptr, 1); return 1; }, "", "2/1"},
-    {"manager's Release by id", MANAGED, [] { ShmMsgQManager::Release(ID); return 1; }, "", "2/1", LOCKED},
-    {"manager's ReleaseAll", MANAGED, [] { ShmMsgQManager::ReleaseAll(); return HostText() == "0/0" ? 1 : 0; },
-     "semctl 1/0, semctl 1/0, shmctl 0/1", "0/0", LOCKED},
+    {"set", NOTHING, [] { return SemaphoreMutexNew(KEY, 7) != 0; }, "semget 0/0, semctl 1/0", "1/0"},
+    {"segment made", NOTHING, [] { return Pointed(ShMNew(KEY, 9)) == "handle"; }, "shmget 0/0, shmat 0/0", "0/1"},
+    {"segment opened", SEGMENT, [] { return Pointed(ShMOpen(SEGMENT_KEY)) == "handle"; }, "shmget 0/1, shmat 0/1, shmctl 0/1", "0/1"},
+    {"creator", NOTHING, [] { return Queue(1, ID, 64U).IsValid() == 1; }, "shmget 0/0, shmat 0/0, semget 0/0, semctl 1/0, semget 1/0, semctl 2/0", "2/1"},
+    {"opener", SEGMENT, [] { return Queue(1, ID).IsValid() == 1; }, OPENING, "2/1"},
+    {"creator's send", QUEUE, [] { return creator->Send("ab", 2) == 1; }, "semop 2/1, semctl 2/1", "2/1"},
+    {"opener's send", QUEUE, [] { return opener->Send("ab", 2) == 1; }, "", "2/1"},
+    {"opener's send, opened anew", STALE, [] { return opener->Send("ab", 2) == 1; }, RENEWAL, "2/1"},
+    {"creator's end", QUEUE, [] { opener.reset(); creator->Destroy(); return IsEmptied(); }, REMOVAL, "0/0"},
+    {"opener's end", QUEUE, [] { creator.reset(); opener->Destroy(); return IsEmptied(); }, REMOVAL, "0/0"},
+    {"manager's Initialize", NOTHING, [] { ShmMsgQManager::Destroy(); return ShmMsgQManager::Initialize() == 1; }, "", "0/0", LOCK_MADE_ANEW},
+    {"manager's Initialize again", MANAGED, [] { return ShmMsgQManager::Initialize() == 1; }, "", "2/1"},
+    {"manager's New", NOTHING, [] { return ShmMsgQManager::New(ID, 64) != nullptr; }, "shmget 0/0, shmat 0/0, semget 0/0, semctl 1/0, semget 0/0, semctl 1/0", "2/1", LOCKED},
+    {"manager's Open", SEGMENT, [] { return ShmMsgQManager::Open(ID) != nullptr; }, OPENING, "2/1", LOCKED},
+    {"manager's Create", SEGMENT, [] { return ShmMsgQManager::Create(ID) == 1; }, "shmget 0/1, shmat 0/1, shmctl 0/1, semget 0/1, semctl 1/1, semget 0/1, semctl 1/1", "2/1", LOCKED},
+    {"manager's Acquire", MANAGED, [] { return ShmMsgQManager::Acquire(ID) == managed; }, "", "2/1", LOCKED},
+    {"manager's Send", MANAGED, [] { return ShmMsgQManager::Send(ID, "ab", 2) == 1; }, "semop 2/1, semctl 2/1", "2/1", LOCKED},
+    {"manager's Print", MANAGED, [] { ShmMsgQManager::Print(); return true; }, "", "2/1", LOCKED},
+    {"manager's Release", MANAGED, [] { ShmMsgQManager::Release(managed, 1); return IsEmptied(); }, REMOVAL, "0/0", LOCKED},
+    {"manager's Release of null", MANAGED, [] { ShmMsgQManager::Release(nullptr, 1); return true; }, "", "2/1"},
+    {"manager's Release by id", MANAGED, [] { ShmMsgQManager::Release(ID); return true; }, "", "2/1", LOCKED},
+    {"manager's ReleaseAll", MANAGED, [] { ShmMsgQManager::ReleaseAll(); return IsEmptied(); }, REMOVAL, "0/0", LOCKED},
 };
 // clang-format on
 
@@ -253,12 +246,12 @@ TEST_F(IpcFault, EachSystemCallThatFailsIsARefusalThatLeavesWhatIsPromised) {
         failed = isNth ? call.substr(0, call.find(' ')) : failed;
         return isNth;
       };
-      const int result = row.act();
+      const bool isDone = row.act();
       Ipc().fails = nullptr;
-      if (result == 0)
-        refusals += (refusals.empty() ? "" : ", ") + failed + " " + HostText();
-      else
+      if (isDone)
         EXPECT_EQ(HostText(), row.done) << "beside a failed " << failed;
+      else
+        refusals += (refusals.empty() ? "" : ", ") + failed + " " + HostText();
       const std::string mutex = CallsDrain();
       EXPECT_EQ(failed.empty() ? mutex : row.mutex, row.mutex);
       ObjectsDelete();
@@ -270,19 +263,19 @@ TEST_F(IpcFault, EachSystemCallThatFailsIsARefusalThatLeavesWhatIsPromised) {
 
 TEST_F(IpcFault, EachAllocationThatFailsIsARefusalThatLeavesAllAsItWas) {
   for (const Operation& row : OPERATIONS) {
-    bool isReached = true;
-    for (int n = 1; isReached; ++n) {
+    bool hasFailed = true;
+    for (int n = 1; hasFailed; ++n) {
       SCOPED_TRACE(testing::Message() << row.name << ", allocation " << n);
       HostPrepare(row.before);
       const std::string before = HostText();
       System().failingAllocation = n;
-      const int result = row.act();
-      isReached = System().allocations >= n;
-      EXPECT_EQ(result, isReached ? 0 : 1);
-      EXPECT_EQ(HostText(), isReached ? before : row.done);
+      const bool isDone = row.act();
+      hasFailed = System().allocations >= n;
+      EXPECT_NE(isDone, hasFailed);
+      EXPECT_EQ(HostText(), hasFailed ? before : row.done);
       System().failingAllocation = 0;
-      if (isReached) {
-        EXPECT_EQ(row.act(), 1) << "tried again";
+      if (hasFailed) {
+        EXPECT_TRUE(row.act()) << "tried again";
       }
       ObjectsDelete();
       EXPECT_EQ(Ipc().attached, 0);
@@ -317,13 +310,19 @@ TEST_F(IpcFault, CreatorEmptiesWhatAnotherSentTooEarly) {
   EXPECT_EQ(creator->SpaceGet(), 64);
 }
 
-// A creator that a signal made invalid knows what it has made, and removes nothing of another's.
-TEST_F(IpcFault, CreatorsDestroyRemovesTheSegmentThatAFailedSendLost) {
+// A creator whose send was interrupted knows what it has made, and removes nothing of another's.
+TEST_F(IpcFault, CreatorThatLostItsQueueEndsItsReceiverAndRemovesWhatItMade) {
   for (const bool isMadeByAnother : {false, true}) {
     HostPrepare(QUEUE);
     opener.reset();
-    Ipc().fails = [](const std::string& call) { return call.rfind("semop", 0) == 0; };
+    const std::string take = "semop " + std::to_string(creator->_mutexId) + " 0 -1 0";
+    Ipc().fails = [&](const std::string& call) { return call == take; };
+    std::string received;
+    std::thread receiver([&] { received = creator->Receive(1); });
+    ASSERT_TRUE(WaiterAwait(creator->_semaphoreId));
     EXPECT_EQ(creator->Send("", 0), 0);
+    receiver.join();
+    EXPECT_EQ(received, "failed");
     Ipc().fails = nullptr;
     EXPECT_EQ(HostText(), "2/1");
     if (isMadeByAnother) {

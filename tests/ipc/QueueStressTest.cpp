@@ -301,29 +301,3 @@ TEST_F(QueueStress, DestroyAtAnyMomentEndsAllAndLeavesNothing) {
     EXPECT_EQ(queue->Send("", 0), 0);
   }
 }
-
-// The queue is still there, and another object receives from it.
-TEST_F(QueueStress, CreatorsInterruptedSendCostsItTheQueueAndEndsItsReceiverThatWaits) {
-  SKIP_UNDER_EMULATOR(THREAD_SIGNALS);
-  OwnQueue queue(1, 1, 16);
-  const int semaphore = queue._semaphoreId;
-  const int mutex = queue._mutexId;
-  std::string received;
-  int sent = 1;
-  std::thread receiver([&] { received = queue.Receive(1); });
-  ASSERT_TRUE(WaiterAwait(semaphore));
-  ASSERT_EQ(NamedMutexTake(mutex), 1);
-  std::thread sender([&] { sent = queue.Send("no", 2); });
-  ASSERT_TRUE(WaiterAwait(mutex));
-  pthread_kill(sender.native_handle(), SIGUSR1);
-  sender.join();
-  receiver.join();
-  EXPECT_EQ(sent, 0);
-  EXPECT_EQ(received, "failed");
-  EXPECT_EQ(queue.IsValid(), 0);
-  EXPECT_EQ(queue.SpaceGet(), 0);
-  EXPECT_EQ(NamedMutexGive(mutex), 1);
-  Queue other(1, 1);
-  EXPECT_EQ(other.Send("yes", 3), 1);
-  EXPECT_EQ(other.Receive(9), "yes");
-}

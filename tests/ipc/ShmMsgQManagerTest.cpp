@@ -3,6 +3,8 @@
 #include "ipc/IpcHost.h"
 #include "platform/KelDebug.h"
 
+#include <regex>
+
 namespace {
 
 class ManagerQueues : public EmptiedHost {
@@ -95,18 +97,12 @@ const struct {
 // clang-format on
 
 std::string RegistryText() {
-  std::string registry;
-  KelDebugSinkSet(
-      [](const char* text, void* to) {
-        int id = 0;
-        int count = 0;
-        std::sscanf(text, "Shared Message Queue: id %d refCount %d\n", &id, &count);
-        *static_cast<std::string*>(to) += " " + std::to_string(id) + "x" + std::to_string(count);
-      },
-      &registry);
+  std::string printed;
+  KelDebugSinkSet([](const char* text, void* to) { *static_cast<std::string*>(to) += text; },
+                  &printed);
   ShmMsgQManager::Print();
   KelDebugSinkSet(nullptr, nullptr);
-  return registry;
+  return std::regex_replace(printed, std::regex("\\D+(\\d+)\\D+(\\d+)\n"), " $1x$2");
 }
 
 }  // namespace
