@@ -343,7 +343,7 @@ TEST(SendRateTest, FindsTheShareOfTheLink) {
   const struct { const char* what; double capacity, loss; std::size_t senders; int from, to; double least; } rows[] = {
       {"1 MB/s", 700, 0, 1, 2, 6, 0.9},
       {"10 MB/s", 7000, 0, 1, 2, 6, 0.9},
-      {"1 % lost", 7000, 0.01, 1, 2, 6, 0.9},
+      {"1 % lost", 7000, 0.01, 1, 2, 6, 0.96},
       {"10 % lost", 7000, 0.1, 1, 2, 6, 0.8},
       {"two senders", 7000, 0, 2, 2, 10, 0.8},
       {"two senders, 1 % lost", 7000, 0.01, 2, 2, 10, 0.75},
@@ -367,6 +367,13 @@ TEST(SendRateTest, FindsTheShareOfTheLink) {
       EXPECT_LE(carried / share, 2 - row.least) << i;
     }
   }
+}
+
+TEST(SendRateTest, BeginsWithTenSamplesInARoundTrip) {
+  SendRate rate(1e6);
+  rate.AnswerNote(0.01);
+  rate.Begin({});
+  EXPECT_DOUBLE_EQ(rate.Get(), 1000);
 }
 
 // Of 300 samples of 500 bytes, the last one with 7, only the second has arrived.
