@@ -127,36 +127,6 @@ private:
   std::jthread _signaller;
 };
 
-/// Makes the queue and removes it. As a queue object does it, a message that is sent meanwhile may
-/// be lost. By the layout and in another order, none is: nothing empties a ring that has been
-/// opened, no sender opens what is being removed, and none that made new sets writes beside one
-/// that has the old mutex.
-struct Owner {
-  void Make() {
-    if (isObject) {
-      queue = std::make_unique<Queue>(1, ID, SIZE);
-      return;
-    }
-    semaphore = NamedSemaphoreNew(static_cast<int>(QueueKeyGet(ID)), 0);
-    mutex = NamedMutexNew(static_cast<int>(QueueMutexKeyGet(ID)));
-    segment = ShMNew(static_cast<int>(QueueKeyGet(ID)), QueueSegmentLength(SIZE));
-  }
-  void Remove() const {
-    if (isObject)
-      return queue->Destroy();
-    NamedMutexTake(mutex);  // nobody is in the middle of a message
-    ShMDelete(segment, 1);
-    SemaphoreMutexDelete(semaphore);
-    SemaphoreMutexDelete(mutex);
-  }
-
-  bool isObject;
-  std::unique_ptr<Queue> queue{};
-  ShMHandle* segment = nullptr;
-  int semaphore = 0;
-  int mutex = 0;
-};
-
 class QueueStress : public EmptiedHost {
 protected:
   void SetUp() override {
@@ -235,43 +205,53 @@ TEST_F(QueueStress, WhatKilledAndReplacedProcessesSentArrivesExactly) {
 }
 
 // The owner removes the queue and makes it again, while the threads of one object send and receive.
+// As a queue object does it, a message that is sent meanwhile may be lost. By the layout and in
+// this order, none is: nothing empties a ring that has been opened, no sender opens what is being
+// removed, and none that made new sets writes beside one that has the old mutex.
 TEST_F(QueueStress, EverySenderGoesOnAndWhatWasToldSentArrivesThroughRemovalsAndSignals) {
   SKIP_UNDER_EMULATOR(THREAD_SIGNALS);
-  for (const bool isObject : {false, true}) {
-    SCOPED_TRACE(isObject ? "owner is a queue object" : "owner works by the layout");
-    Owner owner{isObject};
-    owner.Make();
-    std::jthread changes([&](const std::stop_token& end) {
-      for (std::mt19937 random(5); !end.stop_requested(); owner.Make()) {
-        Pause(20000, random);
-        owner.Remove();
-        Pause(1000, random);
-      }
-    });
-    Queue queue(1, ID);
-    Crowd crowd(queue);
-    do {
-      for (std::atomic<unsigned int>& sent : crowd.sent) {
-        const unsigned int before = sent;
-        EXPECT_TRUE(Await([&] { return sent >= before + 20; })) << "sender " << &sent - crowd.sent;
-      }
-    } while (TimeIsLeft(isObject ? 1 : 0.5));
-    if (isObject)
-      queue.Destroy();  // while all others go on
-    crowd.SendersEnd();
-    changes = {};
-    for (unsigned int i = 0; i < SENDERS && !isObject; ++i)
-      EXPECT_TRUE(Await([&] { return crowd.arrived[i] >= crowd.sent[i]; }))
-          << "sender " << i << ": " << crowd.arrived[i] << " of " << crowd.sent[i];
-    queue.Destroy();
-    crowd.ReceiverEnd();
-    if (!isObject) {
-      EXPECT_EQ(crowd.lost, 0);
+  constexpr int KEY = static_cast<int>(QueueKeyGet(ID));
+  ShMHandle* segment = nullptr;
+  int semaphore = 0;
+  int mutex = 0;
+  const auto make = [&] {
+    semaphore = NamedSemaphoreNew(KEY, 0);
+    mutex = NamedMutexNew(static_cast<int>(QueueMutexKeyGet(ID)));
+    segment = ShMNew(KEY, QueueSegmentLength(SIZE));
+  };
+  const auto remove = [&] {
+    NamedMutexTake(mutex);  // nobody is in the middle of a message
+    ShMDelete(segment, 1);
+    SemaphoreMutexDelete(semaphore);
+    SemaphoreMutexDelete(mutex);
+  };
+  make();
+  std::jthread changes([&](const std::stop_token& end) {
+    for (std::mt19937 random(5); !end.stop_requested(); make()) {
+      Pause(20000, random);
+      remove();
+      Pause(1000, random);
     }
-    EXPECT_EQ(crowd.garbled, 0);
-    EXPECT_EQ(queue.IsValid(), 0);
-    owner.Remove();
-  }
+  });
+  Queue queue(1, ID);
+  Crowd crowd(queue);
+  do {
+    for (std::atomic<unsigned int>& sent : crowd.sent) {
+      const unsigned int before = sent;
+      EXPECT_TRUE(Await([&] { return sent >= before + 20; })) << "sender " << &sent - crowd.sent;
+    }
+  } while (TimeIsLeft());
+  crowd.SendersEnd();
+  changes = {};
+  for (unsigned int i = 0; i < SENDERS; ++i)
+    EXPECT_TRUE(Await([&] { return crowd.arrived[i] >= crowd.sent[i]; }))
+        << "sender " << i << ": " << crowd.arrived[i] << " of " << crowd.sent[i];
+  queue.Destroy();
+  crowd.ReceiverEnd();
+  EXPECT_EQ(crowd.lost, 0);
+  EXPECT_EQ(crowd.garbled, 0);
+  EXPECT_EQ(queue.IsValid(), 0);
+  remove();
 }
 
 // Destroyed by another thread at any moment: nobody hangs, and nothing comes back.
