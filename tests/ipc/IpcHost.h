@@ -131,17 +131,18 @@ public:
     return text.substr(0, text.find('\0'));
   }
   void Says(const std::string& text) const {
-    const bool isSaid = Await([&] { return Text().find(text) != std::string::npos; });
-    EXPECT_TRUE(isSaid) << "'" << text << "' is not in\n" << Text();
+    EXPECT_TRUE(Await([&] { return HasSaid(text); })) << "no '" << text << "' in\n" << Text();
   }
   /// Waits for its end, after a signal if one is given.
   void Expect(int exitCode, const std::string& text = "", int signal = 0) {
     Signal(signal);
     EXPECT_EQ(_child.Wait(), exitCode) << Text();
-    Says(text);
+    EXPECT_TRUE(HasSaid(text)) << "no '" << text << "' in\n" << Text();
   }
 
 private:
+  bool HasSaid(const std::string& text) const { return Text().find(text) != std::string::npos; }
+
   const int _output;
   Child _child;
 };
