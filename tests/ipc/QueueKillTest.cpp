@@ -1,7 +1,6 @@
 #include "ipc/IpcHost.h"
 #include "support/Emulator.h"
 
-#include <algorithm>
 #include <vector>
 
 #include <sys/ptrace.h>
