@@ -447,7 +447,6 @@ TEST_F(IpcFault, DestroyRemovesWhatARenewalMakesMeanwhile) {
 }
 
 TEST_F(IpcFault, SetNumbered0IsGivenUpForAnother) {
-  IpcReset();
   const int handle = SemaphoreMutexNew(KEY, 7);
   ASSERT_GT(handle, 0);
   EXPECT_EQ(Ipc().calls,
@@ -457,7 +456,6 @@ TEST_F(IpcFault, SetNumbered0IsGivenUpForAnother) {
   EXPECT_EQ(ValueGet(0), -1);
   EXPECT_EQ(ValueGet(handle), 7);
   ASSERT_TRUE(HostFresh());
-  VornUtilsVerbositySet(-1);
   Ipc().fails = [](const std::string& call) { return call == "semctl IPC_RMID 0 0"; };
   Child other([] {  // capturing opens files that this program cannot close
     testing::internal::CaptureStdout();

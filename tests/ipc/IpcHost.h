@@ -113,8 +113,7 @@ inline bool Await(const std::function<bool()>& condition) {
   return true;
 }
 
-/// A program that the shell starts, after what it does `first`; what is printed on both outputs is
-/// kept.
+/// A program that the shell starts after `first`. What it prints on both outputs is kept.
 class Program {
 public:
   explicit Program(const std::string& command, const std::string& first = "exec ")

@@ -74,8 +74,6 @@ public:
   void SendersEnd() {
     _signaller = {};
     for (std::jthread& sender : _senders)
-      sender.request_stop();
-    for (std::jthread& sender : _senders)
       sender = {};
   }
   /// The queue must be gone, or messages on their way.
@@ -212,8 +210,7 @@ TEST_F(QueueStress, EverySenderGoesOnAndWhatWasToldSentArrivesThroughRemovalsAnd
   SKIP_UNDER_EMULATOR(THREAD_SIGNALS);
   constexpr int KEY = static_cast<int>(QueueKeyGet(ID));
   ShMHandle* segment = nullptr;
-  int semaphore = 0;
-  int mutex = 0;
+  int semaphore = 0, mutex = 0;
   const auto make = [&] {
     semaphore = NamedSemaphoreNew(KEY, 0);
     mutex = NamedMutexNew(static_cast<int>(QueueMutexKeyGet(ID)));

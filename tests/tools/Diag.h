@@ -3,8 +3,7 @@
 
 #include "ipc/IpcHost.h"
 
-/// Holds what the built command ends with and a part of what it prints, after what the shell does
-/// first.
+/// Holds what vorndiag ends with and a part of what it prints, after the shell did `first`.
 inline void DiagExpect(const std::string& arguments, int code, const std::string& part = "",
                        const std::string& first = "exec ") {
   SCOPED_TRACE(first + "vorndiag " + arguments);

@@ -5,25 +5,24 @@
 
 namespace {
 
-const std::string PAIR = "trap 'kill $P 2>/dev/null' EXIT; cd /; ip link set lo up; ip link add v0 "
-                         "type veth peer name v1; ip link set v0 up;"
-                         "ip addr add 10.77.1.1/24 dev v0; ip link add w0 type veth; "
-                         "F=/proc/sys/net/ipv4/conf/v0/rp_filter; ";
+const std::string PAIR = "trap 'kill $P 2>/dev/null' EXIT; cd /; ip link set lo up; "
+                         "F=/proc/sys/net/ipv4/conf/v0/rp_filter;"
+                         "ip link add v0 up type veth peer name v1; ip addr add 10.77.1.1/24 dev "
+                         "v0; ip link add w0 type veth; ";
 // A second host, $FAR, which has the far end of the pair with address $A.
 const std::string FAR_HOST =
     "unshare -n sleep 9 >/dev/null 2>&1 & P=$!; FAR=nsenter\\ --net=/proc/$!/ns/net; "
     "N=0; while ip link show v1 >/dev/null 2>&1 && [ $((N += 1)) -lt 500 ]; do ip link set v1 "
     "netns $! 2>/dev/null; done; "
     "$FAR ip addr add $A/24 dev v1; $FAR ip link set v1 up; ";
-const std::string FAR_SENDER =
-    "A=10.99.0.9; " + FAR_HOST +
-    "(sleep .4; $FAR " VORNDIAG
-    " mcast send >/dev/null 2>&1)& ip link set w0 up; ip addr add 10.99.0.1/24 dev w0; ";
+const std::string FAR_SENDER = "A=10.99.0.9; " + FAR_HOST +
+                               "(sleep .4; $FAR " VORNDIAG " mcast send >/dev/null 2>&1)& "
+                               "ip link set w0 up; ip addr add 10.99.0.1/24 dev w0; ";
 const std::string FAR_RECEIVER =
     "A=10.77.1.2; " + FAR_HOST +
-    "$FAR " VORNDIAG
-    " mcast recv --seconds 3 >/dev/null 2>&1 & P=\"$P $!\"; until $FAR cat /proc/net/igmp | "
-    "grep -q 4E56FFEF || [ $((N += 1)) -gt 999 ]; do :; done; ";
+    "$FAR " VORNDIAG " mcast recv --seconds 3 >/dev/null 2>&1 & "
+    "P=\"$P $!\"; until $FAR cat /proc/net/igmp | grep -q 4E56FFEF || [ $((N += 1)) -gt 999 ]; "
+    "do :; done; ";
 
 }  // namespace
 
@@ -67,12 +66,9 @@ TEST(VorndiagMcast, EachCauseOfSilenceIsNamedAndNoOtherSilencePretended) {
 // Read by a program of another maker.
 TEST(VorndiagJson, EveryCommandWritesOneObjectOnALine) {
   const std::string commands =
-      "trap 'kill $P 2>/dev/null' EXIT; cd /; ip link set lo up; for c in nic queues 'queues "
-      "--heal' 'queues --watch --looks 1' "
-      "'queue 4711' "
-      "limits 'decode bitmap 0000000000000005000000018000000f' 'decode sn 00' 'hosts peer "
-      "10.1.2.3' "
-      "'mcast recv --seconds 0.1'; do " VORNDIAG
+      "cd /; ip link set lo up; for c in nic queues 'queues --heal' 'queues --watch --looks 1' "
+      "'queue 4711' limits 'decode bitmap 0000000000000005000000018000000f' 'decode sn 00' "
+      "'hosts peer 10.1.2.3' 'mcast recv --seconds 0.1'; do " VORNDIAG
       " --json $c 2>/dev/null; done | python3 -c 'import json, sys\n"
       "for line in sys.stdin: print(json.loads(line)[\"command\"])'; exec ";
   NamespaceRun([&] {

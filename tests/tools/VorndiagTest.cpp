@@ -116,10 +116,7 @@ TEST_F(Vorndiag, RemoveAsksAPersonUnlessSheSaidYes) {
 
 TEST(ProcessLook, WhatAnotherUserOrNamespaceHasIsNotGone) {
   const auto look = [] { return static_cast<int>(ProcessLook(1, 0).state); };
-  Child stranger([&] {
-    const int refused = geteuid() == 0 ? setuid(65534) : 0;
-    return refused != 0 ? 77 : look();
-  });
+  Child stranger([&] { return geteuid() != 0 || setuid(65534) == 0 ? look() : 77; });
   EXPECT_NE(stranger.Wait(), static_cast<int>(ProcessState::GONE));
   // In the namespace, the child's own number is that which /proc gives to another process.
   Child apart([&] { return unshare(CLONE_NEWPID) != 0 ? 77 : Child(look).Wait(); });
@@ -160,8 +157,7 @@ TEST_F(Vorndiag, RemoveLeavesNothingAndForeignOrWrongIsRefused) {
     DiagExpect(wrong, 2);
   EXPECT_EQ(HostText(), "2/1");
   DiagExpect("queue 7 --remove", 0, "1 attached");
-  EXPECT_EQ(ValueGet(queue._mutexId), -1);
-  EXPECT_EQ(ValueGet(queue._semaphoreId), -1);
+  EXPECT_EQ(HostText(), "0/1") << "the segment is attached still";
   for (const char* none : {"queue 7", "queue 7 --remove", "queue 7 --give-mutex"})
     DiagExpect(none, 3);
 }
@@ -171,8 +167,7 @@ TEST(VorndiagNic, DefaultTableAndTableWithoutMulticastAreTrouble) {
     DiagExpect("nic", 1, "WRONG: this is not what the host has");
     ::Run("ip link set lo up");
     DiagExpect("nic", 1, "WRONG: no interface can multicast");
-    ::Run("ip link add v0 type veth peer name v1; ip addr add 10.77.1.1/24 dev v0; ip link set v0 "
-          "up");
+    ::Run("ip link add v0 up type veth peer name v1; ip addr add 10.77.1.1/24 dev v0");
     DiagExpect("nic", 0, "10.77.1.1       up   broadcast -        multicast");
   });
 }
