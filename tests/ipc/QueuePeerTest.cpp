@@ -51,7 +51,23 @@ TEST_F(QueuePeer, ProgramInAnotherLanguageReceivesAndSends) {
   AnswersExpect("python3 " QUEUE_PEER, 1000, Reversed);
 }
 
-TEST_F(QueuePeer, ProcessesOfBothWidthsExchangeEveryWireForm) {
+TEST_F(QueuePeer, ProcessesOfBothWidthsExchangeDatagramsWithEveryWireForm) {
+  if (WIDTH_PEER[0] == '\0')
+    GTEST_SKIP() << WIDTH_REASON;
+  constexpr int COUNT = 600;
+  VORNDGram endpoint(0, 0, nullptr, -1);
+  KELNetioAddr peer;
+  const int port = endpoint.bind(&endpoint, 0x7F000001, 0);
+  Program answering(WIDTH_PEER " " + std::to_string(port) + " " + std::to_string(COUNT));
+  EXPECT_EQ(WireFormsReceive(endpoint, &peer), "");
+  for (int i = 0; i < COUNT; ++i) {
+    WireFormsSend(endpoint, &peer, FormsText(i, VORN_CDR_BIG_ENDIAN));
+    ASSERT_EQ(WireFormsReceive(endpoint, &peer), InOtherOrder(i)) << i;
+  }
+  answering.Expect(0);
+}
+
+TEST_F(QueuePeer, ProcessesOfBothWidthsExchangeMessagesWithEveryWireForm) {
   if (WIDTH_PEER[0] == '\0')
     GTEST_SKIP() << WIDTH_REASON;
   AnswersExpect(WIDTH_PEER, 100000, InOtherOrder);

@@ -1,10 +1,12 @@
 #ifndef IPC_WIRE_FORMS_H
 #define IPC_WIRE_FORMS_H
 
+#include "net/VORNDGram.h"
 #include "platform/VornCDRStream.h"
 #include "reliability/VORNBitmap.h"
 #include "time/VORNNtpTime.h"
 
+#include <algorithm>
 #include <string>
 
 /// A time, a sequence number and a bitmap, of which two processes know what the n-th ones hold. The
@@ -36,5 +38,20 @@ struct WireForms {
   SequenceNumber number;
   Bitmap bits;
 };
+
+inline void WireFormsSend(VORNDGram& endpoint, KELNetioAddr* peer, std::string text) {
+  const int size = static_cast<int>(text.size());
+  VORNCDRStream stream{VORN_CDR_BIG_ENDIAN, text.data(), size, size};
+  endpoint.SendTo(peer, &stream);
+}
+
+/// Stores who sent it. After ten seconds of silence there is no text.
+inline std::string WireFormsReceive(VORNDGram& endpoint, KELNetioAddr* peer) {
+  KELNtpTime wait{10, 0};
+  char bytes[512];
+  const bool isThere = endpoint.HasDataWithSleep(&wait) > 0;
+  const int length = isThere ? endpoint.receiveFrom(&endpoint, peer, bytes, sizeof bytes) : 0;
+  return {bytes, static_cast<std::size_t>(std::max(length, 0))};
+}
 
 #endif
