@@ -28,10 +28,8 @@ bool MessageWrite(const QueueAttachment& queue, const char* data, int length) {
   const std::optional<RingOffsets> offsets = RingOffsetsLoad(queue.header, queue.capacity);
   if (!offsets || !MessageFits(RingFreeGet(*offsets, queue.capacity), length))
     return false;
-  const std::int32_t word = length;
   char* ring = RingGet(queue.header);
-  RingWrite(ring, queue.capacity, offsets->write, reinterpret_cast<const char*>(&word),
-            MESSAGE_LENGTH_SIZE);
+  MessageLengthStore(ring, queue.capacity, offsets->write, length);
   const int payload = RingAdvance(offsets->write, MESSAGE_LENGTH_SIZE, queue.capacity);
   RingWrite(ring, queue.capacity, payload, data, length);
   OffsetStore(&queue.header->writeOffset, RingAdvance(payload, length, queue.capacity));

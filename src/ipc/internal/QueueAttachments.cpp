@@ -104,9 +104,9 @@ QueueAttachment* QueueAttachments::ReceiverAdd() {
   return used;
 }
 
-// Leaves `errno` as it is: it tells the caller's caller why a wait failed.
+// Leaves `errno` as it is: it tells the caller's caller why a wait failed. The lock does not change
+// it.
 void QueueAttachments::UserRemove(QueueAttachment* attachment) {
-  const int error = errno;
   QueueAttachment* finished = nullptr;
   int semaphore = 0;
   {
@@ -116,6 +116,9 @@ void QueueAttachments::UserRemove(QueueAttachment* attachment) {
     else if (attachment->isKept)
       semaphore = KeptSemaphoreGet();
   }
+  if (finished == nullptr && semaphore == 0)
+    return;
+  const int error = errno;
   FinishedDelete(finished);
   if (semaphore != 0)
     NamedSemaphoreGive(semaphore);
@@ -359,6 +362,8 @@ void QueueAttachments::KeptUnlinkSegment(int segmentId, QueueAttachment** finish
 }
 
 void QueueAttachments::UserNote() {
+  if (_isShared)
+    return;
   const pthread_t self = pthread_self();
   if (!_hasUser)
     _firstUser = self;

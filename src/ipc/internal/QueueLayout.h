@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -129,29 +130,42 @@ inline std::optional<RingOffsets> RingOffsetsLoad(const ShmMsgQHeader* header, i
 inline void RingWrite(char* ring, int capacity, int position, const char* bytes, int count) {
   const int tail = std::min(capacity - position, count);
   std::memcpy(ring + position, bytes, static_cast<std::size_t>(tail));
-  std::memcpy(ring, bytes + tail, static_cast<std::size_t>(count - tail));
+  if (tail < count)
+    std::memcpy(ring, bytes + tail, static_cast<std::size_t>(count - tail));
+}
+
+/// Writes a message's length word at `position`, which is inside; it may be split.
+inline void MessageLengthStore(char* ring, int capacity, int position, std::int32_t length) {
+  char word[MESSAGE_LENGTH_SIZE];
+  std::memcpy(word, &length, sizeof word);
+  if (position <= capacity - MESSAGE_LENGTH_SIZE)
+    std::memcpy(ring + position, word, sizeof word);
+  else
+    RingWrite(ring, capacity, position, word, MESSAGE_LENGTH_SIZE);
 }
 
 /// The same out of the ring.
 inline void RingRead(const char* ring, int capacity, int position, char* bytes, int count) {
   const int tail = std::min(capacity - position, count);
   std::memcpy(bytes, ring + position, static_cast<std::size_t>(tail));
-  std::memcpy(bytes + tail, ring, static_cast<std::size_t>(count - tail));
+  if (tail < count)
+    std::memcpy(bytes + tail, ring, static_cast<std::size_t>(count - tail));
 }
 
 /// What the length word at `position` says, true or not. Byte by byte, since it may be split, and
 /// atomically, so that the value that is checked is the value that is used. With acquire order, so
-/// that an offset loaded after it is no older than what it saw.
+/// that an offset loaded after it is no older than what it saw. The bytes meet in a register: a
+/// processor that loads four bytes which it has just stored one by one waits for them.
 inline std::int32_t MessageLengthLoad(const char* ring, int capacity, int position) {
-  char word[MESSAGE_LENGTH_SIZE];
-  for (char& byte : word) {
+  std::uint32_t length = 0;
+  for (int i = 0; i < MESSAGE_LENGTH_SIZE; ++i) {
     auto* shared = const_cast<char*>(ring + position);
-    byte = std::atomic_ref<char>(*shared).load(std::memory_order_acquire);
+    const char byte = std::atomic_ref<char>(*shared).load(std::memory_order_acquire);
+    const int place = std::endian::native == std::endian::big ? MESSAGE_LENGTH_SIZE - 1 - i : i;
+    length |= std::uint32_t{static_cast<unsigned char>(byte)} << (CHAR_BIT * place);
     position = RingAdvance(position, 1, capacity);
   }
-  std::int32_t length = 0;
-  std::memcpy(&length, word, sizeof length);
-  return length;
+  return static_cast<std::int32_t>(length);
 }
 
 /// What lies between the offsets.
