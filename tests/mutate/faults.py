@@ -323,9 +323,11 @@ class Finder:
         token = self.tokens[i]
         if token.sort != "number":
             return
-        match = re.fullmatch(r"(0[xX]|0[bB]|0(?=\d))?([\da-fA-F']+?)([uUlLzZ]*)", token.text)
+        match = re.fullmatch(
+            r"(0[xX](?=[\da-fA-F'])|0[bB](?=\d)|0(?=\d)|(?=[\d']+[uUlLzZ]*$))([\da-fA-F']+?)([uUlLzZ]*)",
+            token.text)
         if match is None:
-            match = re.fullmatch(r"(\d+)(\.\d*)", token.text)
+            match = re.fullmatch(r"(\d+)((?:\.\d*)?(?:[eE][-+]?\d+)?)", token.text)
             if match:
                 self._Replace("constant", i, i, f"{int(match[1]) + 1}{match[2]}")
             return
