@@ -39,33 +39,31 @@ struct Recipients : Scripted, HTRemoveFunc {
 };
 
 TEST_F(Recipients, AreCountedMarkedRevivedAndRemovedOnce) {
-  // clang-format off
   const char* const find = "Find -32767, lock 1";
   const char* const insert = "Find -32767, lock 1; InsertNode 32, lock 1";
-  const struct { const char* what; bool isDeclared; int count; bool isMarked; const char* calls; } steps[] = {
-      {"the first", true, 1, false, insert},
-      {"a second", true, 2, false, find},
-      {"one goes", false, 1, false, find},
-      {"the last goes", false, 0, true, find},
-      {"one returns", true, 1, false, find},
-      {"it goes again", false, 0, true, find},
-      {"one that never was goes", false, -1, true, find},
-      {"it comes, too late", true, 0, false, find},
-      {"it goes again, unmarked", false, -1, false, find},
-      {"the debt is paid", true, 0, false, find},
-      {"one comes", true, 1, false, find},
-      {"it goes, marked", false, 0, true, find}};
-  // clang-format on
-  for (const auto& step : steps) {
-    SCOPED_TRACE(step.what);
-    if (step.isDeclared)
+  const auto expect = [this](const char* what, bool isDeclared, int count, bool isMarked,
+                             const char* calls) {
+    SCOPED_TRACE(what);
+    if (isDeclared)
       EXPECT_EQ(Add(ADDRESS, 9, 1), 1);
     else
       Withdraw("10.0.0.1:9");
-    EXPECT_EQ(CallsDrain(), step.calls);
-    Expect("10.0.0.1:9", 9, step.count, step.isMarked);
+    EXPECT_EQ(CallsDrain(), calls);
+    Expect("10.0.0.1:9", 9, count, isMarked);
     CallsDrain();
-  }
+  };
+  expect("the first", true, 1, false, insert);
+  expect("a second", true, 2, false, find);
+  expect("one goes", false, 1, false, find);
+  expect("the last goes", false, 0, true, find);
+  expect("one returns", true, 1, false, find);
+  expect("it goes again", false, 0, true, find);
+  expect("one that never was goes", false, -1, true, find);
+  expect("it comes, too late", true, 0, false, find);
+  expect("it goes again, unmarked", false, -1, false, find);
+  expect("the debt is paid", true, 0, false, find);
+  expect("one comes", true, 1, false, find);
+  expect("it goes, marked", false, 0, true, find);
   EXPECT_EQ(table.RemoveMarked(HTNodeClass::LOCK), 1);
   EXPECT_EQ(removals, 1);
   Withdraw("10.0.0.1:9");

@@ -3,6 +3,7 @@
 #include "hosts/HostListModel.h"
 #include "hosts/VORNHostListProperties.h"
 #include "support/Messages.h"
+#include "support/Results.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -131,18 +132,17 @@ TEST_F(HostList, FileThatCannotBeReadToItsEndGivesNoListAndTheVariableIsNotAsked
 }
 
 TEST_F(HostList, EachTypeHasItsFileAndVariable) {
-  // clang-format off
-  const struct { VORNEnvironmentType type; const char* name; } lists[] = {
-      {VORN_ENVIRONMENT_MANAGER_HOSTS, "VORN_MANAGER_HOSTS"}, {VORN_ENVIRONMENT_APP_HOSTS, "VORN_APP_HOSTS"},
-      {VORN_ENVIRONMENT_MANAGEE_HOSTS, "VORN_MANAGEE_HOSTS"}, {VORN_ENVIRONMENT_PEER_HOSTS, "VORN_PEER_HOSTS"}};
-  // clang-format on
-  for (const auto& [type, name] : lists) {
+  const auto expect = [](VORNEnvironmentType type, const char* name) {
     char buffer[4096];
     setenv(name, name, 1);
     EXPECT_STREQ(VornEnvironmentGet(buffer, 4096, type, 1, 1), name);
     EXPECT_EQ(CallsDrain(), std::string("fopen ") + name + " r");
     unsetenv(name);
-  }
+  };
+  expect(VORN_ENVIRONMENT_MANAGER_HOSTS, "VORN_MANAGER_HOSTS");
+  expect(VORN_ENVIRONMENT_APP_HOSTS, "VORN_APP_HOSTS");
+  expect(VORN_ENVIRONMENT_MANAGEE_HOSTS, "VORN_MANAGEE_HOSTS");
+  expect(VORN_ENVIRONMENT_PEER_HOSTS, "VORN_PEER_HOSTS");
 }
 
 TEST_F(HostList, RequestsThatCannotBeMetWriteNothing) {
@@ -150,55 +150,45 @@ TEST_F(HostList, RequestsThatCannotBeMetWriteNothing) {
   setenv("HOST_TYPE_INVALID", "v", 1);
   VornUtilsVerbositySet(2);
   std::string buffer(4096, '!');
-  // clang-format off
-  const struct { const char* what; char* to; int length, type, variable; } rows[] = {
-      {"no buffer", nullptr, 4096, 4, 1},
-      {"short buffer", buffer.data(), 4095, 4, 1},
-      {"negative length", buffer.data(), -1, 4, 1},
-      {"no source", buffer.data(), 4096, 4, 0},
-      {"the type of no list", buffer.data(), 4096, 0, 1},
-      {"type too low", buffer.data(), 4096, -1, 1},
-      {"type too high", buffer.data(), 4096, 5, 1}};
-  // clang-format on
-  for (const auto& [what, to, length, type, variable] : rows)
-    EXPECT_EQ(VornEnvironmentGet(to, length, VORNEnvironmentType(type), variable, 0), nullptr)
-        << what;
+  const auto get = [](char* to, int length, int type, int variable) {
+    return VornEnvironmentGet(to, length, VORNEnvironmentType(type), variable, 0) != nullptr;
+  };
+  ResultsExpect(0, {{"no buffer", get(nullptr, 4096, 4, 1)},
+                    {"short buffer", get(buffer.data(), 4095, 4, 1)},
+                    {"negative length", get(buffer.data(), -1, 4, 1)},
+                    {"no source", get(buffer.data(), 4096, 4, 0)},
+                    {"the type of no list", get(buffer.data(), 4096, 0, 1)},
+                    {"type too low", get(buffer.data(), 4096, -1, 1)},
+                    {"type too high", get(buffer.data(), 4096, 5, 1)},
+                    {"no file", VornFileOpen(nullptr, "r") != nullptr},
+                    {"no mode", VornFileOpen(NAME, nullptr) != nullptr}});
   EXPECT_EQ(Script().printed, "");
   EXPECT_EQ(buffer, std::string(4096, '!'));
-  EXPECT_EQ(VornFileOpen(nullptr, "r"), nullptr);
-  EXPECT_EQ(VornFileOpen(NAME, nullptr), nullptr);
   VORNHostListProperties properties{{7, 7, 7, 7}};
   VornHostListPropertiesDefaultGet(&properties);
   EXPECT_TRUE(std::ranges::equal(properties.words, std::vector<int>{1, 1, 0, 0}));
 }
 
 TEST(FilterWhitespace, ClearsTheFlagFirstAndRefusesOnlyWhatItWouldUse) {
-  // clang-format off
-  const struct { const char *what, *input; int length, limit, written, overflow; bool status = true, output = true; } rows[] = {
-      {"no status", "a", 1, 1, 0, 0, false},
-      {"no output", "a", 1, 1, 0, 0, true, false},
-      {"no input", nullptr, 1, 1, 0, 0},
-      {"no input, none needed", nullptr, 0, 1, 0, 0},
-      {"no output, none wanted", "a", 1, 0, 0, 1, true, false},
-      {"no output, nothing to write", " ", 1, 0, 0, 0, true, false},
-      {"negative length", "a", -1, 1, 0, 0},
-      {"negative limit", " a", 2, -1, 0, 1},
-      {"nothing at all", nullptr, 0, 0, 0, 0, false, false}};
-  // clang-format on
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    FilterStatus status{0, 0};
-    int overflow = 7;
-    char output = '!';
-    EXPECT_EQ(FilterWhitespace(row.status ? &status : nullptr, &overflow,
-                               row.output ? &output : nullptr, row.limit, row.input, row.length,
-                               ':', '#'),
-              row.written);
-    EXPECT_EQ(overflow, row.overflow);
-    EXPECT_EQ(status.lastWasSeparator, 0);
-    EXPECT_EQ(output, '!');
-  }
   FilterStatus status{0, 0};
+  char output = '!';
+  const auto expect = [&](const char* what, const char* input, int length, int limit, int overflow,
+                          FilterStatus* to, char* text) {
+    int flag = 7;
+    EXPECT_EQ(FilterWhitespace(to, &flag, text, limit, input, length, ':', '#'), 0) << what;
+    EXPECT_EQ(flag, overflow) << what;
+    EXPECT_EQ(status.lastWasSeparator, 0) << what;
+    EXPECT_EQ(output, '!') << what;
+  };
+  expect("no status", "a", 1, 1, 0, nullptr, &output);
+  expect("no output", "a", 1, 1, 0, &status, nullptr);
+  expect("no input", nullptr, 1, 1, 0, &status, &output);
+  expect("no input, none needed", nullptr, 0, 1, 0, &status, &output);
+  expect("no output, none wanted", "a", 1, 0, 1, &status, nullptr);
+  expect("no output, nothing to write", " ", 1, 0, 0, &status, nullptr);
+  expect("negative length", "a", -1, 1, 0, &status, &output);
+  expect("negative limit", " a", 2, -1, 1, &status, &output);
+  expect("nothing at all", nullptr, 0, 0, 0, nullptr, nullptr);
   EXPECT_EQ(FilterWhitespace(&status, nullptr, nullptr, 0, "a", 1, ':', '#'), 0);
 }
 

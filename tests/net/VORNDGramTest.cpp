@@ -14,7 +14,7 @@ TEST_F(Endpoint, AdoptsADescriptorThenSetsOptionsUpToTheFirstFailure) {
                     recv = "; RCVBUF -768 on 7", cast = "; BROADCAST 1 on 7";
   const Message sending{3, tag + "Setting SNDBUF to 512\n"};
   const Message receiving{3, tag + "Setting RECVBUF to -768\n"};
-  VORNDGramProperties sizes{-768, 512}, none{0, 0};
+  VORNDGramProperties sizes{-768, 512}, none{0, 0}, defaults{7, 7};
   const auto expect = [](int mask, VORNDGramProperties* properties, int failing,
                          const std::string& calls, const std::vector<Message>& messages) {
     MessagesExpect(messages, [&] {
@@ -30,17 +30,13 @@ TEST_F(Endpoint, AdoptsADescriptorThenSetsOptionsUpToTheFirstFailure) {
   expect(-1, nullptr, 0x400, cast, {{0, tag + "setsockopt(SO_BROADCAST) failed\n"}});
   expect(6, &none, 0, "", {});
   expect(~0x406, &sizes, 0, "", {});
+  VornDGramPropertiesDefaultGet(nullptr);
+  VornDGramPropertiesDefaultGet(&defaults);
+  EXPECT_EQ(defaults.recvBufferSize, 32768);
+  EXPECT_EQ(defaults.sendBufferSize, 9216);
   Script().descriptor = 5;
   const VORNDGram kept(0, 0, nullptr, -1), zero(0, 0, nullptr, 0);
   EXPECT_EQ(CallsDrain(), "KelDGramInitialize; KelDGramInitialize; close 6");
-}
-
-TEST_F(Endpoint, HasDefaultBufferSizes) {
-  VORNDGramProperties sizes{7, 7};
-  VornDGramPropertiesDefaultGet(&sizes);
-  EXPECT_EQ(sizes.recvBufferSize, 32768);
-  EXPECT_EQ(sizes.sendBufferSize, 9216);
-  VornDGramPropertiesDefaultGet(nullptr);
 }
 
 TEST_F(Endpoint, WithoutMemoryOrSocketHoldsNothingAndRefusesEverything) {
@@ -83,33 +79,26 @@ TEST_F(Endpoint, SendsOnceAfterTellingTheListener) {
 }
 
 TEST_F(Endpoint, WaitsWithOneSelectForReadingAlone) {
-  // clang-format off
-  const struct { const char* what; int descriptor; KELNtpTime timeout; timeval wait; int answer; } rows[] = {
-      {"rounded to a second", FD_SETSIZE - 1, {0, UINT32_MAX}, {1, 0}, 9},
-      {"a failure", 0, {0, 0x80000000}, {0, 500000}, -1},
-      {"the longest", 7, {INT32_MAX, UINT32_MAX}, {INT32_MAX, 1000000}, 0},
-      {"negative", 7, {-3, 2145}, {-3, 1}, 1}};
-  // clang-format on
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    Script().descriptor = row.descriptor;
+  const auto expect = [](const char* what, int descriptor, KELNtpTime timeout, timeval expected,
+                         int answer) {
+    SCOPED_TRACE(what);
+    Script().descriptor = descriptor;
     VORNDGram dgram(0, 0, nullptr, -1);
     CallsDrain();
     System().select = [&](int count, fd_set* readable, fd_set* writable, fd_set* broken,
                           timeval* wait) {
       fd_set only{};
-      FD_SET(row.descriptor, &only);
-      EXPECT_EQ(count, row.descriptor + 1);
+      FD_SET(descriptor, &only);
+      EXPECT_EQ(count, descriptor + 1);
       EXPECT_EQ(std::memcmp(readable, &only, sizeof only), 0);
       EXPECT_EQ(writable, nullptr);
       EXPECT_EQ(broken, nullptr);
-      EXPECT_EQ(wait->tv_sec, row.wait.tv_sec);
-      EXPECT_EQ(wait->tv_usec, row.wait.tv_usec);
+      EXPECT_EQ(wait->tv_sec, expected.tv_sec);
+      EXPECT_EQ(wait->tv_usec, expected.tv_usec);
       errno = EINTR;
-      return row.answer;
+      return answer;
     };
-    KELNtpTime timeout = row.timeout;
-    EXPECT_EQ(dgram.HasDataWithSleep(&timeout), row.answer);
+    EXPECT_EQ(dgram.HasDataWithSleep(&timeout), answer);
     EXPECT_EQ(dgram.HasDataWithSleep(nullptr), -1);
     EXPECT_EQ(CallsDrain(), "select");
     for (const int unfit : {-1, FD_SETSIZE}) {
@@ -117,7 +106,11 @@ TEST_F(Endpoint, WaitsWithOneSelectForReadingAlone) {
       EXPECT_EQ(dgram.HasDataWithSleep(&timeout), -1);
       EXPECT_EQ(errno, EINVAL);
     }
-  }
+  };
+  expect("rounded to a second", FD_SETSIZE - 1, {0, UINT32_MAX}, {1, 0}, 9);
+  expect("a failure", 0, {0, 0x80000000}, {0, 500000}, -1);
+  expect("the longest", 7, {INT32_MAX, UINT32_MAX}, {INT32_MAX, 1000000}, 0);
+  expect("negative", 7, {-3, 2145}, {-3, 1}, 1);
 }
 
 TEST_F(Endpoint, BindsTheMulticastPortItIsAskedFor) {
@@ -177,12 +170,6 @@ TEST_F(Endpoint, JoinsGroupsAtTheFirstUserAndLeavesAtTheLast) {
                           "KelDGramRelease");
 }
 
-TEST_F(Endpoint, RecordOfAGroupIsValidWithoutJoins) {
-  VORNRecvMulticastGroup group(GROUP);
-  group.refCount = 0;
-  EXPECT_EQ(group.IsValid(), 1);
-}
-
 TEST_F(Endpoint, CountsNoJoinThatFails) {
   const std::string failed = "VORN: unable to add multicast address 239.1.1.1 on interface ";
   const std::string first = "ADD_MEMBERSHIP 239.1.1.1 10.0.0.1",
@@ -206,6 +193,9 @@ TEST_F(Endpoint, CountsNoJoinThatFails) {
 }
 
 TEST_F(Endpoint, JoinsNothingWithoutInterfaces) {
+  VORNRecvMulticastGroup group(GROUP);
+  group.refCount = 0;
+  EXPECT_EQ(group.IsValid(), 1) << "without joins";
   VORNDGram dgram(1, 0, nullptr, -1);
   EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), 0) << "without a table";
   EXPECT_EQ(dgram.RecvMulticastRemove(GROUP), 0);

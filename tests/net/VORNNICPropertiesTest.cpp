@@ -1,6 +1,5 @@
 #include "net/VORNNICProperties.h"
 #include "net/miscIPUtils.h"
-#include "support/Faults.h"
 #include "support/ScriptedInterfaces.h"
 
 #include <climits>
@@ -100,43 +99,32 @@ TEST_F(InterfaceList, PrintsARecordAtEveryVerbosity) {
   });
 }
 
-TEST_F(InterfaceList, NeedsMemoryAndDoesWithoutTheRest) {
-  const auto use = [] {
-    InterfacesScript({{1, UP}});
-    System().gethostname = [](char*) { return -1; };
-    return Class::NICInitialize() != 0 ? Class::NICDestroy() : 0;
-  };
-  EXPECT_EQ(FaultsTry(use), "memory");
-}
-
 constexpr unsigned int DOWN = 0x0A000001;  // an interface of the first list only
 
 TEST_F(InterfaceList, LivesFromFirstUserToLastAndIsReadOnce) {
-  // clang-format off
-  const struct { const char* name; int (*change)(); int result, users, records, isCapable; unsigned int downMapped; } rows[] = {
-      {"without memory", Class::NICInitialize, 0, -3, 0, 0, DOWN},
-      {"first user", Class::NICInitialize, 1, 1, 2, 0, VORN_LOOPBACK_ADDRESS},
-      {"second user", Class::NICInitialize, 1, 2, 2, 0, VORN_LOOPBACK_ADDRESS},
-      {"one leaves", Class::NICDestroy, 1, 1, 2, 0, VORN_LOOPBACK_ADDRESS},
-      {"the last leaves", Class::NICDestroy, 1, 0, 0, 0, DOWN},
-      {"a user of the second list", Class::NICInitialize, 1, 1, 1, 1, DOWN},
-      {"leaves", Class::NICDestroy, 1, 0, 0, 0, DOWN}};
-  // clang-format on
+  const auto expect = [](const char* name, int (*change)(), int result, int users, int records,
+                         int isCapable, unsigned int downMapped) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(change(), result);
+    EXPECT_EQ(Class::NICReferenceCount, users);
+    EXPECT_EQ(VORN_NIC_COUNT, records);
+    EXPECT_EQ(Class::NICIsValid(), records > 0 ? 1 : 0);
+    EXPECT_EQ(Class::NICIsMulticastSupported(), isCapable);
+    EXPECT_EQ(Class::NICHostIPMap(DOWN), downMapped);
+    EXPECT_EQ(Class::NICIsThisNodeIP(VORN_LOOPBACK_ADDRESS), 1);
+    if (users > 0)
+      InterfacesScript({{0x0A000002, UP | CAST}});
+  };
   Class::NICReferenceCount = -3;
   InterfacesScript({{VORN_LOOPBACK_ADDRESS, LOOP | UP | CAST}, {DOWN, CAST}});
   System().failingAllocation = 1;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(row.change(), row.result);
-    EXPECT_EQ(Class::NICReferenceCount, row.users);
-    EXPECT_EQ(VORN_NIC_COUNT, row.records);
-    EXPECT_EQ(Class::NICIsValid(), row.records > 0 ? 1 : 0);
-    EXPECT_EQ(Class::NICIsMulticastSupported(), row.isCapable);
-    EXPECT_EQ(Class::NICHostIPMap(DOWN), row.downMapped);
-    EXPECT_EQ(Class::NICIsThisNodeIP(VORN_LOOPBACK_ADDRESS), 1);
-    if (row.users > 0)
-      InterfacesScript({{0x0A000002, UP | CAST}});
-  }
+  expect("without memory", Class::NICInitialize, 0, -3, 0, 0, DOWN);
+  expect("first user", Class::NICInitialize, 1, 1, 2, 0, VORN_LOOPBACK_ADDRESS);
+  expect("second user", Class::NICInitialize, 1, 2, 2, 0, VORN_LOOPBACK_ADDRESS);
+  expect("one leaves", Class::NICDestroy, 1, 1, 2, 0, VORN_LOOPBACK_ADDRESS);
+  expect("the last leaves", Class::NICDestroy, 1, 0, 0, 0, DOWN);
+  expect("a user of the second list", Class::NICInitialize, 1, 1, 1, 1, DOWN);
+  expect("leaves", Class::NICDestroy, 1, 0, 0, 0, DOWN);
   EXPECT_EQ(Script().threadLocks, 7);
   EXPECT_EQ(Script().threadUnlocks, 7);
   MessagesExpect({{1, "VORN: can't destroy NIC list, refcount already 0 (too many calls to "

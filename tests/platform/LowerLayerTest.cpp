@@ -20,9 +20,7 @@
 #include <future>
 #include <map>
 #include <new>
-#include <string>
 #include <thread>
-#include <utility>
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -97,27 +95,23 @@ constexpr unsigned int LOOPBACK = 0x7F000001;
 
 TEST(CDRStream, RefusesWhatIsDamaged) {
   char bytes[] = "untouched", item[5] = "item";
-  // clang-format off
-  const struct { const char* what; VORNCDRStream stream; int count; int result; } rows[] = {
-      {"nothing wrong", {0, bytes, 8, 4}, 0, 1},
-      {"no octets at the end", {0, bytes, 4, 4}, 0, 1},
-      {"negative count", {0, bytes, 8, 4}, -1, 0},
-      {"null buffer", {0, nullptr, 8, 4}, 4, 0},
-      {"negative position", {0, bytes, 8, -1}, 4, 0},
-      {"position after the end", {0, bytes, 3, 4}, 0, 0},
-      {"negative capacity", {0, bytes, INT_MIN, 4}, 4, 0},
+  const auto expect = [&](const char* what, VORNCDRStream stream, int count, int result) {
+    const int position = stream.position;
+    char* const octets = count > 0 ? item : nullptr;
+    EXPECT_EQ(VornCDROctetsSerialize(&stream, octets, count), result) << what;
+    EXPECT_EQ(VornCDROctetsDeserialize(&stream, octets, count), result) << what;
+    if (result == 0 && count >= 0)
+      ResultsExpect(0, {{what, VornCDR4ByteSerialize(&stream, item)},
+                        {what, VornCDR4ByteDeserialize(&stream, item)}});
+    EXPECT_EQ(stream.position, position) << what;
   };
-  // clang-format on
-  for (const auto& row : rows) {
-    VORNCDRStream stream = row.stream;
-    char* const octets = row.count > 0 ? item : nullptr;
-    EXPECT_EQ(VornCDROctetsSerialize(&stream, octets, row.count), row.result) << row.what;
-    EXPECT_EQ(VornCDROctetsDeserialize(&stream, octets, row.count), row.result) << row.what;
-    if (row.result == 0 && row.count >= 0)
-      ResultsExpect(0, {{row.what, VornCDR4ByteSerialize(&stream, item)},
-                        {row.what, VornCDR4ByteDeserialize(&stream, item)}});
-    EXPECT_EQ(stream.position, row.stream.position) << row.what;
-  }
+  expect("nothing wrong", {0, bytes, 8, 4}, 0, 1);
+  expect("no octets at the end", {0, bytes, 4, 4}, 0, 1);
+  expect("negative count", {0, bytes, 8, 4}, -1, 0);
+  expect("null buffer", {0, nullptr, 8, 4}, 4, 0);
+  expect("negative position", {0, bytes, 8, -1}, 4, 0);
+  expect("position after the end", {0, bytes, 3, 4}, 0, 0);
+  expect("negative capacity", {0, bytes, INT_MIN, 4}, 4, 0);
   VORNCDRStream stream{0, bytes, 8, 0};
   VornCDRStreamInitialize(nullptr, bytes, 8, VORN_CDR_BIG_ENDIAN);
   VORNCDRStream empty = stream;
@@ -327,14 +321,12 @@ TEST(DequeVoid, TakesNodesInBetweenAndAtTheEndsForNull) {
   list.InsertNodeBefore(nullptr, &nodes[0]);
   list.InsertNodeBefore(&nodes[3], &nodes[1]);
   list.InsertNodeAfter(&nodes[1], &nodes[2]);
-  DequeVoidNode *node = list.first, *previous = nullptr;
-  for (DequeVoidNode& expected : nodes) {
-    ASSERT_EQ(node, &expected) << &expected - nodes;
-    EXPECT_EQ(node->previous, previous) << node - nodes;
-    previous = std::exchange(node, node->next);
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_EQ(nodes[i].previous, i > 0 ? &nodes[i - 1] : nullptr) << i;
+    EXPECT_EQ(nodes[i].next, i < 5 ? &nodes[i + 1] : nullptr) << i;
   }
-  EXPECT_EQ(node, nullptr);
-  EXPECT_EQ(list.last, previous);
+  EXPECT_EQ(list.first, &nodes[0]);
+  EXPECT_EQ(list.last, &nodes[5]);
 }
 
 TEST(DebugPrint, GivesTheSinkAnEmptyTextAndNoneForANullFormat) {

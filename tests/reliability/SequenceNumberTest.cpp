@@ -6,12 +6,8 @@
 
 #include <algorithm>
 #include <climits>
-#include <vector>
 
 namespace {
-
-// What a long may hold above the 32 bits that are read of it; nothing on a 32-bit host.
-constexpr long ABOVE_32_BITS = static_cast<long>(1LL << 32);
 
 std::uint64_t Joined(const SequenceNumber& number) {
   return static_cast<std::uint64_t>(number.IntegerGet());
@@ -53,28 +49,25 @@ TEST(SequenceNumber, ComputesAndOrdersLikeA64BitInteger) {
 }
 
 TEST(SequenceNumber, ReadsPairsAsSignAndMagnitudeAndShowsThem) {
-  // clang-format off
-  struct Row { SequenceNumber number; std::uint64_t stored; const char *text, *printed; };
-  for (const Row& row : {
-           Row{{2, 5}, 0x200000005, "(2,5)", "(2,5)"},
-           {{-3}, 0 - 3ULL, "-(0,3)", "(-1,4294967293)"},
-           {{-1, 5}, 0 - 0x100000005ULL, "-(1,5)", "(-2,4294967291)"},
-           {{-1, 0}, 0 - 0x100000000ULL, "-(1,0)", "(-1,0)"},
-           {{-INT_MAX, UINT_MAX}, (1ULL << 63) + 1, "-(2147483647,4294967295)", "(-2147483648,1)"},
-           {{INT_MIN, 0}, 1ULL << 63, "-(-2147483648,0)", "(-2147483648,0)"},
-           {{INT_MIN, 1}, INT64_MAX, "(2147483647,4294967295)", "(2147483647,4294967295)"},
-           {{ABOVE_32_BITS + 2, ABOVE_32_BITS + 5}, 0x200000005, "(2,5)", "(2,5)"}}) {
-    // clang-format on
-    EXPECT_EQ(Joined(row.number), row.stored) << row.text;
-    char text[SequenceNumber::TEXT_SIZE];
-    EXPECT_STREQ(row.number.ToString(text, 0), row.text);
+  const auto expect = [](const SequenceNumber& number, std::uint64_t stored, const char* text,
+                         const char* printed) {
+    EXPECT_EQ(Joined(number), stored) << text;
+    char buffer[SequenceNumber::TEXT_SIZE];
+    EXPECT_STREQ(number.ToString(buffer, 0), text);
     ScriptReset();
     VornUtilsVerbositySet(-1);
-    row.number.Print(7);
-    EXPECT_EQ(Script().printed, row.printed);
-  }
-  SequenceNumber number(4, 4);
-  EXPECT_EQ(number.ToString(nullptr, 26), nullptr);
+    number.Print(7);
+    EXPECT_EQ(Script().printed, printed);
+  };
+  expect({2, 5}, 0x200000005, "(2,5)", "(2,5)");
+  expect({-3}, 0 - 3ULL, "-(0,3)", "(-1,4294967293)");
+  expect({-1, 5}, 0 - 0x100000005ULL, "-(1,5)", "(-2,4294967291)");
+  expect({-1, 0}, 0 - 0x100000000ULL, "-(1,0)", "(-1,0)");
+  expect({-INT_MAX, UINT_MAX}, (1ULL << 63) + 1, "-(2147483647,4294967295)", "(-2147483648,1)");
+  expect({INT_MIN, 0}, 1ULL << 63, "-(-2147483648,0)", "(-2147483648,0)");
+  expect({INT_MIN, 1}, INT64_MAX, "(2147483647,4294967295)", "(2147483647,4294967295)");
+  expect({ABOVE_32_BITS + 2, ABOVE_32_BITS + 5}, 0x200000005, "(2,5)", "(2,5)");
+  EXPECT_EQ(SequenceNumber(4, 4).ToString(nullptr, 26), nullptr);
 }
 
 TEST(SequenceNumber, IsSetFromTheSignOfAWholeLongAndItsLowWord) {

@@ -7,6 +7,9 @@
 #include <initializer_list>
 #include <utility>
 
+/// What a long may hold above the 32 bits that are read of it; nothing on a 32-bit host.
+constexpr long ABOVE_32_BITS = static_cast<long>(1LL << 32);
+
 /// Holds the result of each call, made in this order, against `expected`.
 inline void ResultsExpect(int expected, std::initializer_list<std::pair<const char*, int>> calls) {
   for (const auto& [name, result] : calls)

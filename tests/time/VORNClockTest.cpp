@@ -6,7 +6,6 @@
 #include "time/VORNNtpTime.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -48,61 +47,47 @@ struct Clock : Scripted {
 };
 
 TEST_F(Clock, GoesOnThroughEveryWrapAndLocksOnlyToCorrect) {
-  // clang-format off
-  struct Row { double reading, result, offset; std::uint32_t corrections; };
-  for (const Row& row : {Row{10, 10, 0, 0},
-                         {11, 11, 0, 0},
-                         {2.25, 18.75, 16.5, 1},
-                         {3, 19.5, 16.5, 1},
-                         {15, 31.5, 16.5, 1},
-                         {15, 31.5, 16.5, 1},
-                         {0, 33, 33, 2},
-                         {15.5, 48.5, 33, 2},
-                         {1, 50.5, 49.5, 3}}) {
-    // clang-format on
-    EXPECT_EQ(SecondsAt(row.reading), row.result) << row.reading;
-    EXPECT_EQ(Seconds(clock._offset), row.offset) << row.reading;
-    EXPECT_EQ(clock._generation, row.corrections) << row.reading;
-    EXPECT_EQ(Script().mutexTakes, static_cast<int>(row.corrections)) << row.reading;
-    EXPECT_EQ(Script().mutexGives, Script().mutexTakes) << row.reading;
-  }
+  const auto expect = [this](double reading, double result, double offset, int corrections) {
+    EXPECT_EQ(SecondsAt(reading), result) << reading;
+    EXPECT_EQ(Seconds(clock._offset), offset) << reading;
+    EXPECT_EQ(clock._generation, static_cast<std::uint32_t>(corrections)) << reading;
+    EXPECT_EQ(Script().mutexTakes, corrections) << reading;
+    EXPECT_EQ(Script().mutexGives, corrections) << reading;
+  };
+  expect(11, 11, 0, 0);
+  expect(2.25, 18.75, 16.5, 1);
+  expect(15, 31.5, 16.5, 1);
+  expect(15, 31.5, 16.5, 1);
+  expect(0, 33, 33, 2);
   clock.TimeGet(nullptr);
-  EXPECT_EQ(Script().clockReadings, 9);
+  EXPECT_EQ(Script().clockReadings, 5);
   // After the last generation the count starts anew: the mark would make readers wait for ever.
   clock._generation = UINT32_MAX - 1;
-  EXPECT_EQ(SecondsAt(9), 58.5);
-  EXPECT_EQ(SecondsAt(0), 66);
-  EXPECT_EQ(SecondsAt(1), 67);
+  EXPECT_EQ(SecondsAt(9), 42);
+  EXPECT_EQ(SecondsAt(0), 49.5);
+  EXPECT_EQ(SecondsAt(1), 50.5);
   EXPECT_EQ(clock._generation, 0U);
   EXPECT_EQ(FaultsTry([] { return VORNClock().IsValid(); }), "KelMutexNew");
   EXPECT_EQ(Script().mutexes, 1);
 }
 
-TEST_F(Clock, ReadsAgainWhenACorrectionFallsIntoTheReading) {
+// The outer reader has got its reading from the lower layer when another one comes.
+TEST_F(Clock, ReadsAgainAfterACorrectionWithinTheReadingButNotForAReaderThatIsAhead) {
+  const auto expect = [this](std::int32_t reading, double other, double result, int takes) {
+    int depth = 0;
+    Script().clock = [&] {
+      if (depth++ > 0)
+        return KELNtpTime{depth, 0};  // 2 for the other reader, then 3
+      EXPECT_EQ(SecondsGet(), other);
+      return KELNtpTime{reading, 0};
+    };
+    EXPECT_EQ(SecondsGet(), result) << reading;
+    EXPECT_EQ(Script().mutexTakes, takes) << reading;
+  };
+  expect(1, 2, 1, 0);
   SecondsAt(11);
-  // The outer reading gets 15 from the lower layer, but before it adds the offset another reader
-  // meets the wrap. With the new offset, 15 would become 31.5.
-  int depth = 0;
-  Script().clock = [&] {
-    if (depth++ > 0)
-      return KELNtpTime{depth, 0};  // 2 for the other reader, then 3
-    EXPECT_EQ(SecondsGet(), 18.5);
-    return KELNtpTime{15, 0};
-  };
-  EXPECT_EQ(SecondsGet(), 19.5);
+  expect(15, 18.5, 19.5, 2);  // one to correct, one to wait for its end; 31.5 without it
   EXPECT_EQ(Seconds(clock._offset), 16.5);
-  EXPECT_EQ(Script().mutexTakes, 2);  // one to correct, one to wait for the correction's end
-}
-
-TEST_F(Clock, TakesNoReaderThatIsAheadForAWrap) {
-  int depth = 0;
-  Script().clock = [&] {
-    if (depth++ > 0)
-      return KELNtpTime{5, 0};
-    EXPECT_EQ(SecondsGet(), 5);
-    return KELNtpTime{4, 0};
-  };
-  EXPECT_EQ(SecondsGet(), 4);
 }
 
 // A traced process corrects a clock in shared memory, one instruction after the other.
@@ -144,27 +129,24 @@ TEST_F(Clock, ACorrectionSetsItsMarkFirstAndTheNextGenerationLast) {
 }
 
 TEST_F(Clock, ReadersWaitForACorrectionInProgressAndCorrectOneWrapOnce) {
-  // clang-format off
-  struct Row { std::uint32_t found, left; std::int32_t reading, offset; double result; };  // generations first
-  // clang-format on
-  for (const Row& row : {Row{UINT32_MAX, 1, 5, 16, 21}, {1, 1, 2, 16, 34.5}}) {
-    Script().clock = [&row] { return KELNtpTime{row.reading, 0}; };
+  const auto expect = [this](std::uint32_t generation, std::int32_t reading, double result) {
+    Script().clock = [reading] { return KELNtpTime{reading, 0}; };
     Script().mutexTakes = 0;
     KelMutexTake(clock._clockMutex);
-    clock._generation = row.found;
-    {
-      std::list<std::jthread> readers;
-      for (int i = 0; i < 3; ++i)
-        readers.emplace_back([&] { EXPECT_EQ(SecondsGet(), row.result); });
-      // Until each has found the mark, or the wrap under the same generation; at most 20 seconds.
-      for (int i = 0; i < 20000 && Script().mutexTakes < 4; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      EXPECT_EQ(Script().mutexTakes, 4);
-      clock._offset.sec = row.offset;
-      clock._generation = row.left;
-      KelMutexGive(clock._clockMutex);
-    }
-  }
+    clock._generation = generation;
+    std::list<std::jthread> readers;
+    for (int i = 0; i < 3; ++i)
+      readers.emplace_back([&] { EXPECT_EQ(SecondsGet(), result); });
+    // Until each has found the mark, or the wrap under the same generation; at most 20 seconds.
+    for (int i = 0; i < 20000 && Script().mutexTakes < 4; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(Script().mutexTakes, 4);
+    clock._offset.sec = 16;
+    clock._generation = 1;
+    KelMutexGive(clock._clockMutex);
+  };
+  expect(UINT32_MAX, 5, 21);
+  expect(1, 2, 34.5);
   EXPECT_EQ(Seconds(clock._offset), 32.5);
   EXPECT_EQ(clock._generation, 2U);
 }

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <climits>
 #include <random>
-#include <vector>
 
 namespace {
 

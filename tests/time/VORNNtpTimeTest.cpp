@@ -10,9 +10,6 @@
 
 namespace {
 
-// What a long may hold above the 32 bits that are read of it; nothing on a 32-bit host.
-constexpr long ABOVE_32_BITS = static_cast<long>(1LL << 32);
-
 using Time = VORNNtpTime;
 
 constexpr auto Words = Time::FromWords;
@@ -30,22 +27,21 @@ std::string Text(const Time& time) {
 }
 
 TEST(VORNNtpTime, ConversionsStayWithinTheirErrorAndNeverAboveTheExactFraction) {
-  // clang-format off
-  // Units of 2^-32 s under the exact floor; the digest, of every result, is from a separate reference.
-  struct Row { Time::FracUnit unit; std::uint32_t perSecond, stride; std::uint64_t maxBelow, digest; };
-  for (const Row& row : {Row{Time::FRAC_NSEC, 1000000000, 997, 3, 18163253138605217348U},
-                         {Time::FRAC_USEC, 1000000, 1, 11, 3950841435370410599U},
-                         {Time::FRAC_MSEC, 1000, 1, 55296, 8377916633053107200U}}) {
-    // clang-format on
+  // Units of 2^-32 s under the exact floor; the sum, of every result, is from a separate reference.
+  const auto expect = [](Time::FracUnit unit, std::uint32_t perSecond, std::uint32_t stride,
+                         std::uint64_t maxBelow, std::uint64_t sum) {
     std::uint64_t digest = 0;
-    for (std::uint32_t n = 0; n < row.perSecond; n += row.stride) {
+    for (std::uint32_t n = 0; n < perSecond; n += stride) {
       Time time;
-      time.Pack(0, n, row.unit);
-      EXPECT_LE((std::uint64_t{n} << 32) / row.perSecond - time.frac, row.maxBelow) << n;
+      time.Pack(0, n, unit);
+      EXPECT_LE((std::uint64_t{n} << 32) / perSecond - time.frac, maxBelow) << n;
       digest = digest * 31 + time.frac;
     }
-    EXPECT_EQ(digest, row.digest) << row.unit;
-  }
+    EXPECT_EQ(digest, sum) << unit;
+  };
+  expect(Time::FRAC_NSEC, 1000000000, 997, 3, 18163253138605217348U);
+  expect(Time::FRAC_USEC, 1000000, 1, 11, 3950841435370410599U);
+  expect(Time::FRAC_MSEC, 1000, 1, 55296, 8377916633053107200U);
 }
 
 TEST(VORNNtpTime, PacksSignsBorrowsAndTheLowWordOfLongs) {
