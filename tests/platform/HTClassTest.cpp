@@ -4,7 +4,6 @@
 #include <chrono>
 #include <functional>
 #include <future>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -116,9 +115,9 @@ TEST(HTClass, ChangesAreMadeWhileWalksOverlapWithoutPause) {
   HTClass table;
   Fill(table, 1000);
   std::atomic<bool> stop = false;
-  std::vector<std::thread> walkers(4);
-  for (std::thread& walker : walkers)
-    walker = std::thread([&] {
+  std::vector<std::jthread> walkers(4);
+  for (std::jthread& walker : walkers)
+    walker = std::jthread([&] {
       Visitor visitor;
       visitor.visit = [&](const char* text) { return Find(table, text) != nullptr ? 1 : 0; };
       while (!stop)
@@ -127,8 +126,6 @@ TEST(HTClass, ChangesAreMadeWhileWalksOverlapWithoutPause) {
   const auto changes = std::async(std::launch::async, Change, std::ref(table), 20);
   EXPECT_EQ(changes.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   stop = true;
-  for (std::thread& walker : walkers)
-    walker.join();
 }
 
 // Two threads walk two tables one within the other, each in its own order, while others wait to
@@ -151,13 +148,11 @@ TEST(HTClass, WalksWithinWalksOfAnotherTableGoOn) {
     for (int i = 0; i < 300; ++i)
       EXPECT_EQ(Walk(outer, visitor), 1) << i;
   };
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (HTClass& table : tables) {
     threads.emplace_back(walk, std::ref(table));
     threads.emplace_back(Change, std::ref(table), 300);
   }
-  for (std::thread& thread : threads)
-    thread.join();
 }
 
 TEST(HTClass, WalksThatEndByAnExceptionLeaveTheTableFree) {

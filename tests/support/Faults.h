@@ -3,8 +3,6 @@
 
 #include "support/Scripted.h"
 
-#include <functional>
-#include <string>
 #include <utility>
 
 /// Runs `operation` again and again. The first, second, third ... allocation or fallible call of

@@ -5,13 +5,11 @@
 
 #include <string>
 
-constexpr short EVERY_ENTRY = -32767;
-
 // Both work on a text that is gone after the call.
-inline HTNodeClass* Find(HTClass& table, const std::string& text, short which = EVERY_ENTRY) {
+inline HTNodeClass* Find(HTClass& table, const std::string& text) {
   HTKeyClass key;
   key.Set(text.c_str());
-  return table.Find(&key, which, HTNodeClass::LOCK);
+  return table.Find(&key, HTClass::IN_USE | HTClass::MARKED, HTNodeClass::LOCK);
 }
 
 inline int Insert(HTClass& table, const std::string& text, void* data,

@@ -4,10 +4,6 @@
 #include "support/Scripted.h"
 #include "utils/VORNUtilsDiag.h"
 
-#include <functional>
-#include <string>
-#include <vector>
-
 /// A text and the lowest verbosity at which it is printed.
 struct Message {
   int level;

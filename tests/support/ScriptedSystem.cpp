@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <mutex>
 #include <new>
-#include <set>
 
 namespace {
 

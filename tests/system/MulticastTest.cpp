@@ -3,8 +3,6 @@
 #include "support/HashTable.h"
 #include "support/Namespace.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using Interfaces = std::set<std::string>;
