@@ -2,41 +2,18 @@
 // datagram that is accepted can lead the sender's schedule or the receiver's window out of a file.
 
 #include "Demand.h"
+#include "filecast/Reading.h"
 #include "receiver/ReceiveWindow.h"
 #include "sender/SendSchedule.h"
-#include "wire/Datagram.h"
 
 #include <algorithm>
-#include <string>
 
 namespace {
 
-constexpr std::int64_t LARGEST_KEPT = 1000;  // samples; memory of a schedule grows with them
+const FileDescription FILE_SMALL{100 * SAMPLE_CAPACITY - 7, SAMPLE_CAPACITY, "file"};
 
-/// A stream to write into, and what was written.
-struct Writer {
-  char bytes[DATAGRAM_CAPACITY];
-  VORNCDRStream stream{VORN_CDR_BIG_ENDIAN, bytes, sizeof bytes, 0};
-
-  std::string Text() const { return {bytes, static_cast<std::size_t>(stream.position)}; }
-};
-
-FileDescription FileSmall() {
-  FileDescription file;
-  file.size = 100 * SAMPLE_CAPACITY - 7;
-  file.sampleSize = SAMPLE_CAPACITY;
-  file.name = "file";
-  return file;
-}
-
-void HeartbeatTry(VORNCDRStream* stream, const Header& header, const std::string& datagram) {
-  Heartbeat heartbeat;
-  if (!HeartbeatRead(stream, header, &heartbeat))
-    return;
-  Writer writer;
-  Demand(HeartbeatWrite(&writer.stream, header, heartbeat), "an accepted heartbeat is too long");
-  Demand(writer.Text() == datagram, "a heartbeat is told back otherwise");
-  const FileDescription& file = heartbeat.file;
+void HeartbeatTry(const Reading& reading) {
+  const FileDescription& file = reading.heartbeat.file;
   const std::int64_t last = file.SampleCount();
   Demand(last >= 0 && FileNameIsSafe(file.name), "a file that cannot be");
   if (last == 0)
@@ -44,7 +21,7 @@ void HeartbeatTry(VORNCDRStream* stream, const Header& header, const std::string
   Demand(file.SampleOffset(last) + static_cast<unsigned>(file.SampleLength(last)) == file.size,
          "the last sample does not end with the file");
   ReceiveWindow window(file);
-  for (const std::int64_t number : {header.number.IntegerGet(), std::int64_t{1}, last}) {
+  for (const std::int64_t number : {reading.header.number.IntegerGet(), std::int64_t{1}, last}) {
     const SequenceNumber sn = SequenceNumber::FromInteger(number);
     if (number > 0 && window.SampleIsWanted(sn, file.SampleLength(number)))
       window.SampleStored(sn);
@@ -52,38 +29,25 @@ void HeartbeatTry(VORNCDRStream* stream, const Header& header, const std::string
   Demand(window.LeadGet() > 1, "the first sample has come and is still missing");
 }
 
-void SampleTry(VORNCDRStream* stream, const Header& header, const std::string& datagram) {
-  const char* bytes = nullptr;
-  int length = 0;
-  if (!SampleRead(stream, &bytes, &length))
-    return;
-  Writer writer;
-  Demand(SampleWrite(&writer.stream, header, bytes, length), "an accepted sample is too long");
-  Demand(writer.Text() == datagram, "a sample is told back otherwise");
-  ReceiveWindow window(FileSmall());
-  const bool isWanted = window.SampleIsWanted(header.number, length);
-  Demand(!isWanted || header.number.IntegerGet() <= Bitmap::CAPACITY, "a sample beyond the window");
+void SampleTry(const Reading& reading) {
+  ReceiveWindow window(FILE_SMALL);
+  const SequenceNumber& number = reading.header.number;
+  const bool isWanted = window.SampleIsWanted(number, reading.length);
+  Demand(!isWanted || number.IntegerGet() <= Bitmap::CAPACITY, "a sample beyond the window");
 }
 
-void WindowTry(VORNCDRStream* stream, const Header& header, const std::string& datagram) {
-  WindowHead head;
-  Bitmap arrived(0, SequenceNumber(), 0);
-  if (!WindowRead(stream, header, &head, &arrived))
-    return;
-  Writer writer;
-  Demand(WindowWrite(&writer.stream, header, head, arrived), "an accepted window is too long");
-  Demand(writer.Text() == datagram, "a window is told back otherwise");
-  const FileDescription file = FileSmall();
-  SendSchedule schedule(file);
+void WindowTry(const Reading& reading) {
+  SendSchedule schedule(FILE_SMALL);
   for (int i = 0; i < 50; ++i)
     schedule.SampleNext();
   schedule.HeartbeatNext({});
-  schedule.WindowApply(head, arrived, {1, 2}, VORNNtpTime());
-  for (std::int64_t i = 0; i < LARGEST_KEPT; ++i) {
+  schedule.WindowApply(reading.head, reading.arrived, {1, 2}, VORNNtpTime());
+  for (int i = 0; i < 1000; ++i) {
     const auto number = schedule.SampleNext();
     if (!number)
       return;
-    Demand(*number >= 1 && *number <= file.SampleCount(), "a sample that the file does not have");
+    Demand(*number >= 1 && *number <= FILE_SMALL.SampleCount(),
+           "a sample that the file does not have");
   }
   Demand(false, "the schedule does not end");
 }
@@ -91,25 +55,15 @@ void WindowTry(VORNCDRStream* stream, const Header& header, const std::string& d
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
-  std::string datagram(data, std::min<std::size_t>(size, DATAGRAM_CAPACITY));
-  const int length = static_cast<int>(datagram.size());
-  VORNCDRStream stream{VORN_CDR_BIG_ENDIAN, datagram.data(), length, 0};
-  Header header;
-  if (!HeaderRead(&stream, &header))
+  const Reading reading(std::string(data, std::min<std::size_t>(size, DATAGRAM_CAPACITY)));
+  if (!reading.isGood)
     return 0;
-  ExitCode reason = ExitCode::OK;
-  switch (header.kind) {
-  case Kind::HEARTBEAT:
-    HeartbeatTry(&stream, header, datagram);
-    break;
-  case Kind::SAMPLE:
-    SampleTry(&stream, header, datagram);
-    break;
-  case Kind::WINDOW:
-    WindowTry(&stream, header, datagram);
-    break;
-  case Kind::END:
-    EndRead(&stream, &reason);
-  }
+  Demand(reading.Again() == reading.bytes, "a datagram is told back otherwise");
+  if (reading.header.kind == Kind::HEARTBEAT)
+    HeartbeatTry(reading);
+  else if (reading.header.kind == Kind::SAMPLE)
+    SampleTry(reading);
+  else if (reading.header.kind == Kind::WINDOW)
+    WindowTry(reading);
   return 0;
 }
