@@ -11,12 +11,9 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <deque>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <sched.h>
@@ -31,13 +28,8 @@ struct Queue : ShmMsgQImpl {
   using ShmMsgQImpl::_capacity;
   using ShmMsgQImpl::_header;
   using ShmMsgQImpl::_semaphoreId;
+  using ShmMsgQImpl::_shm;
   using ShmMsgQImpl::ShmMsgQImpl;
-
-  /// The segment from its length word to its last byte.
-  char* Segment() const { return reinterpret_cast<char*>(_header) - SHM_LENGTH_WORD_SIZE; }
-  std::size_t SegmentSize() const {
-    return SHM_LENGTH_WORD_SIZE + QUEUE_HEADER_SIZE + static_cast<std::size_t>(_capacity);
-  }
 };
 
 struct Scribble {
@@ -46,32 +38,9 @@ struct Scribble {
 };
 
 void ByteWrite(const Queue& queue, const Scribble& scribble) {
-  char& byte = queue.Segment()[scribble.position % queue.SegmentSize()];
+  char& byte = queue._shm->base[scribble.position % queue._shm->size];
   std::atomic_ref<char>(byte).store(scribble.byte, std::memory_order_relaxed);
 }
-
-/// A second hand on the segment, which repeats its scribbles while this lives. In between it puts
-/// the offsets out of the ring and gives the semaphore, so that no receiver waits for ever.
-class Scribbler {
-public:
-  Scribbler(const Queue& queue, std::vector<Scribble> scribbles)
-      : _thread([this, &queue, scribbles = std::move(scribbles)] {
-          while (!_isEnding) {
-            for (const Scribble& scribble : scribbles)
-              ByteWrite(queue, scribble);
-            OffsetStore(&queue._header->readOffset, -1);
-            semctl(queue._semaphoreId, 0, SETVAL, 1);
-          }
-        }) {}
-  ~Scribbler() {
-    _isEnding = true;
-    _thread.join();
-  }
-
-private:
-  std::atomic<bool> _isEnding{false};
-  std::thread _thread;
-};
 
 /// One receive into a buffer of `length` bytes with a mark behind them.
 std::string Receive(Queue& queue, int length, int* result) {
@@ -125,13 +94,21 @@ void TurnsTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
   }
 }
 
-/// Two threads: one scribbles, while the other sends and receives.
+/// Two threads: one repeats its scribbles, while the other sends and receives. In between it puts
+/// the offsets out of the ring and gives the semaphore, so that no receiver waits for ever.
 void RaceTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
   std::vector<Scribble> scribbles;
   for (int count = input.ConsumeIntegralInRange(0, 20); count > 0; --count)
     scribbles.push_back({input.ConsumeIntegral<std::uint16_t>(), input.ConsumeIntegral<char>()});
   const std::string message = input.ConsumeRandomLengthString(BUFFER_SIZE);
-  const Scribbler scribbler(receiver, std::move(scribbles));
+  const std::jthread scribbler([&](const std::stop_token& end) {
+    while (!end.stop_requested()) {
+      for (const Scribble& scribble : scribbles)
+        ByteWrite(receiver, scribble);
+      OffsetStore(&receiver._header->readOffset, -1);
+      semctl(receiver._semaphoreId, 0, SETVAL, 1);
+    }
+  });
   for (int turn = 0; turn < 20; ++turn) {
     sender.Send(message.data(), static_cast<int>(message.size()));
     int result = 0;
