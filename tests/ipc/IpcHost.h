@@ -37,9 +37,7 @@ class IpcHost : public testing::Test {
 protected:
   void SetUp() override {
     alarm(120);  // a test that hangs ends
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
+    std::signal(SIGUSR1, [](int) {});
     if (!HostFresh())
       GTEST_SKIP() << "no private IPC namespace: " << std::strerror(errno);
   }
@@ -85,7 +83,6 @@ public:
     }
   }
   Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
 
   /// The exit code, or minus the signal.
   int Wait() {

@@ -4,8 +4,6 @@
 #include <climits>
 #include <vector>
 
-#include <sys/mman.h>
-
 namespace {
 
 using QueueRing = EmptiedHost;
@@ -128,15 +126,12 @@ TEST_F(QueueRing, RecvPassesTheLengthCopiesAndPassesThePayload) {
   OwnQueue queue(1, 1, 60);
   offset = &queue._header->readOffset;
   EXPECT_EQ(queue.Send("abc", 3), 1);
-  struct sigaction action {
-  }, before{};
-  action.sa_handler = [](int) {
+  const auto before = std::signal(SIGSEGV, [](int) {
     passed = *offset;
     mprotect(page, 4096, PROT_READ | PROT_WRITE);
-  };
-  sigaction(SIGSEGV, &action, &before);
+  });
   EXPECT_EQ(queue.Recv(static_cast<char*>(page), 3), 3);
-  sigaction(SIGSEGV, &before, nullptr);
+  std::signal(SIGSEGV, before);
   EXPECT_EQ(passed, 4);
   EXPECT_EQ(*offset, 7);
   munmap(page, 4096);

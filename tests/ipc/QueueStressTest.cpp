@@ -16,8 +16,6 @@
 #include <random>
 #include <thread>
 
-#include <sys/mman.h>
-
 namespace {
 
 constexpr int ID = 3;
@@ -64,12 +62,6 @@ public:
       _senders[i] = std::jthread([this, i](const std::stop_token& end) { Send(end, i); });
     _signaller = std::jthread([this](const std::stop_token& end) { Signal(end); });
   }
-  ~Crowd() {
-    SendersEnd();
-    ReceiverEnd();
-  }
-  Crowd(const Crowd&) = delete;
-  Crowd& operator=(const Crowd&) = delete;
 
   void SendersEnd() {
     _signaller = {};
@@ -120,8 +112,9 @@ private:
 
   Queue& _queue;
   std::atomic<bool> _hasReceived{false};
-  std::jthread _senders[SENDERS];
+  // They end from the last to the first: the signaller uses the handles of the others.
   std::jthread _receiver;
+  std::jthread _senders[SENDERS];
   std::jthread _signaller;
 };
 
@@ -132,22 +125,15 @@ protected:
     alarm(static_cast<unsigned int>(_seconds.count()) + 100);
     VornUtilsVerbositySet(-1);
   }
-  void TearDown() override {
-    VornUtilsVerbositySet(0);
-    EmptiedHost::TearDown();
-  }
   /// Whether a phase goes on that begins when `share` parts of the time have gone.
   bool TimeIsLeft(double share = 1) const {
     return std::chrono::steady_clock::now() < _begin + _seconds * share && !HasFailure();
   }
 
 private:
-  static int SecondsGet() {
-    const char* wanted = std::getenv("VORN_SOAK_SECONDS");
-    return wanted != nullptr ? std::atoi(wanted) : 2;
-  }
+  const char* const _wanted = std::getenv("VORN_SOAK_SECONDS");
   const std::chrono::steady_clock::time_point _begin = std::chrono::steady_clock::now();
-  const std::chrono::duration<double> _seconds{SecondsGet()};
+  const std::chrono::duration<double> _seconds{_wanted != nullptr ? std::atoi(_wanted) : 2};
 };
 
 }  // namespace
@@ -263,7 +249,7 @@ TEST_F(QueueStress, DestroyAtAnyMomentEndsAllAndLeavesNothing) {
     auto queue = isCreator ? std::move(creator) : std::make_unique<Queue>(1, ID);
     creator.reset();
     const int mutex = queue->_mutexId;
-    Crowd crowd(*queue);
+    std::optional<Crowd> crowd(*queue);
     Pause(3000, random);
     if (hasDeadHolder)
       NamedMutexTake(mutex);
@@ -271,8 +257,7 @@ TEST_F(QueueStress, DestroyAtAnyMomentEndsAllAndLeavesNothing) {
     queue->Destroy();
     EXPECT_EQ(HostText(), "0/0") << "when Destroy has returned";
     Pause(300, random);
-    crowd.SendersEnd();
-    crowd.ReceiverEnd();
+    crowd.reset();
     EXPECT_EQ(HostText(), "0/0") << "when all threads have ended";
     EXPECT_EQ(queue->IsValid(), 0);
     EXPECT_EQ(queue->Send("", 0), 0);

@@ -1,19 +1,12 @@
 #include "ipc/ShmMsgQManager.h"
 
 #include "ipc/IpcHost.h"
-#include "platform/KelDebug.h"
 
 #include <regex>
 
 namespace {
 
-class ManagerQueues : public EmptiedHost {
-protected:
-  void TearDown() override {
-    ShmMsgQManager::Destroy();
-    EmptiedHost::TearDown();
-  }
-};
+using ManagerQueues = EmptiedHost;
 
 ShmMsgQ* last = nullptr;  // what was returned last
 
@@ -97,12 +90,10 @@ const struct {
 // clang-format on
 
 std::string RegistryText() {
-  std::string printed;
-  KelDebugSinkSet([](const char* text, void* to) { *static_cast<std::string*>(to) += text; },
-                  &printed);
+  testing::internal::CaptureStderr();
   ShmMsgQManager::Print();
-  KelDebugSinkSet(nullptr, nullptr);
-  return std::regex_replace(printed, std::regex("\\D+(\\d+)\\D+(\\d+)\n"), " $1x$2");
+  return std::regex_replace(testing::internal::GetCapturedStderr(),
+                            std::regex("\\D+(\\d+)\\D+(\\d+)\n"), " $1x$2");
 }
 
 }  // namespace

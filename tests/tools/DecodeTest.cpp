@@ -2,15 +2,10 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
-using enum WireForm;
-constexpr VORNCDRByteOrder BIG = VORN_CDR_BIG_ENDIAN, LITTLE = VORN_CDR_LITTLE_ENDIAN;
-
-}  // namespace
-
 // The bytes are those of docs/wire-forms.md.
 TEST(Decode, BytesOfEitherOrderAreReadOrRefusedWithAReason) {
+  using enum WireForm;
+  constexpr VORNCDRByteOrder BIG = VORN_CDR_BIG_ENDIAN, LITTLE = VORN_CDR_LITTLE_ENDIAN;
   // clang-format off
   const struct { WireForm form; VORNCDRByteOrder order; const char *hex, *text, *bits, *error; } rows[] = {
       {TIME, BIG, "ff ff ff fe  80 00 00 00", "-1.500000000", "", ""},
