@@ -41,16 +41,15 @@ WRAPPED("_Z19KelThreadPriorityOKii", int, PriorityOK, int priority, int checks) 
   return IsWrong("priority-any") ? 1 : PriorityOKReal(priority, checks);
 }
 int (*optionSetReal)(KELDGram*, int, void*, int) = nullptr;
-int OptionSetWithoutReason(KELDGram* self, int code, void* value, int size) {
-  const int result = optionSetReal(self, code, value, size);
-  errno = 0;
-  return result;
-}
 WRAPPED("_Z18KelDGramInitializeP8KELDGram", int, DGramInitialize, KELDGram* self) {
   const int result = DGramInitializeReal(self);
   optionSetReal = self->optionSet;
   if (result != 0 && IsWrong("option-errno"))
-    self->optionSet = OptionSetWithoutReason;
+    self->optionSet = [](KELDGram* dgram, int code, void* value, int size) {
+      const int done = optionSetReal(dgram, code, value, size);
+      errno = 0;
+      return done;
+    };
   return result;
 }
 WRAPPED("_Z15KelDGramReleaseP8KELDGram", void, DGramRelease, KELDGram* self) {
