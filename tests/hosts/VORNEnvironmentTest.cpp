@@ -165,6 +165,7 @@ TEST_F(HostList, RequestsThatCannotBeMetWriteNothing) {
   EXPECT_EQ(Script().printed, "");
   EXPECT_EQ(buffer, std::string(4096, '!'));
   VORNHostListProperties properties{{7, 7, 7, 7}};
+  VornHostListPropertiesDefaultGet(nullptr);
   VornHostListPropertiesDefaultGet(&properties);
   EXPECT_TRUE(std::ranges::equal(properties.words, std::vector<int>{1, 1, 0, 0}));
 }

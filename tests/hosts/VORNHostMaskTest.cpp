@@ -122,6 +122,7 @@ TEST_F(HostMask, QuestionsThatCannotBeAskedAreRefused) {
   EXPECT_EQ(checker.SawSubnet(), 1);
   checker.ResetHostIp(OWN);
   EXPECT_EQ(checker.SawSubnet(), 0);
+  EXPECT_EQ(VORNHostMaskMatchChecker(OWN, 0).LevelExit(nullptr, &table, 0), 1);
   VORN_NIC_COUNT = 0;
   EXPECT_EQ(VornSubnetMatch(&table, nullptr, 0, nullptr), 0);
   EXPECT_EQ(nics[2].flags, 0x15U);
