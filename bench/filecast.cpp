@@ -197,7 +197,7 @@ double FilecastRun(const Site& site, int receivers, unsigned int percent) {
 SitePointer SiteMake(bool isQuick) {
   // The memory first: a shell that makes the network needs nothing from the place it covers.
   const std::string folder = MemoryFolderMake();
-  const auto site = std::make_shared<Site>(Site{FarNetworkMake(MOST_RECEIVERS), folder, ""});
+  auto site = std::make_shared<Site>(Site{FarNetworkMake(MOST_RECEIVERS), folder, ""});
   site->file.resize(isQuick ? 2'000'000 : LARGEST_FILE);
   std::uint32_t random = 1;
   for (char& byte : site->file)
