@@ -42,7 +42,7 @@ ScriptedSystem& System() { return script; }
 void SystemReset() {
   script = {};
   const std::lock_guard lock(blocksMutex);
-  Blocks().clear();
+  std::set<void*>().swap(Blocks());  // cleared in its place, it would look itself up in between
 }
 
 bool StepFails(const char* step) {
