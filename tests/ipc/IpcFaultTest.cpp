@@ -408,7 +408,7 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendWhoseAttachmentIsReplaced) {
     ASSERT_TRUE(WaiterAwait(mutex));
     for (int i = 0; i < row.times; ++i) {
       if (row.isRemoved) {
-        opener->_header->writeOffset = MESSAGE_LENGTH_SIZE;  // a message of no bytes
+        OffsetStore(&opener->_header->writeOffset, MESSAGE_LENGTH_SIZE);  // a message of no bytes
         shmctl(opener->_shm->id, IPC_RMID, nullptr);
         ShMDelete(ShMNew(static_cast<int>(QueueKeyGet(ID)), QueueSegmentLength(64)), 0);
       }
