@@ -130,6 +130,7 @@ const Case CASES[] = {
     {"opener's send: two takes fail", "semop", 2, [] { return Sent(*opener); }, "not sent, valid, 64 free", {NOT_TAKEN, NOT_TAKEN}},
     {"opener's send: one give fails", "semctl SETVAL", 1, [] { return Sent(*opener); }, "sent, valid, 52 free", {{2, "VORN: ReleaseSemaphore failed.\n"}}},
     {"creator's send: one take fails", "semop", 1, [] { return Sent(*creator); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_MADE}},
+    {"creator's send: a signal ends the take", "semop", 2, [] { Ipc().error = EINTR; return Sent(*creator); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_MADE}},
     {"creator's send: its mutex is gone", "", 0, [] { NamedMutexDelete(creator->_mutexId); return Sent(*creator); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_MADE, NOT_TAKEN}},
     {"opener's send: the queue is gone", "", 0, [] { creator->Destroy(); return Sent(*opener); }, "not sent, invalid, 0 free", {NOT_TAKEN, NOT_OPENED, NOT_TAKEN}},
     {"creator: initialised after its end", "", 0, [] { opener.reset(); creator->Destroy(); return Number(creator->Initialize()) + HostText(); }, "00/0", {}},
