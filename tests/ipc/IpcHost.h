@@ -18,6 +18,7 @@
 #include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -122,9 +123,11 @@ public:
   ~Program() { close(_output); }
   void Signal(int signal) const { kill(_child.pid, signal); }  // 0: none
   std::string Text() const {
-    std::string text(1 << 16, '\0');
-    EXPECT_GE(pread(_output, text.data(), text.size(), 0), 0);
-    return text.substr(0, text.find('\0'));
+    struct stat status = {};
+    EXPECT_EQ(fstat(_output, &status), 0);
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    EXPECT_EQ(pread(_output, text.data(), text.size(), 0), status.st_size);
+    return text;
   }
   void Says(const std::string& text) const {
     EXPECT_TRUE(Await([&] { return HasSaid(text); })) << "no '" << text << "' in\n" << Text();
