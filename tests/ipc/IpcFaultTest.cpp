@@ -82,6 +82,13 @@ std::string SegmentVanish() {
   return Pointed(ShMOpen(SEGMENT_KEY));
 }
 
+std::string ReplacedWhileReceiving() {
+  Ipc().fails = [](const std::string& call) {
+    return call.rfind("semop", 0) == 0 && opener->Initialize() == 1;
+  };
+  return opener->Receive(1);
+}
+
 std::string Number(int value) { return std::to_string(value); }
 
 const Message NO_SET{0, "VORN: unable to allocate named semaphore\n"};
@@ -147,6 +154,7 @@ const Case CASES[] = {
     {"receive: take fails", "semop", 1, [] { return opener->Receive(1); }, "failed", {}, ENOSPC},
     {"send: null", "sem", 9, [] { return Number(opener->Send(nullptr, 1)); }, "0", {}},
     {"send: negative length", "sem", 9, [] { return Number(opener->Send("", -1)); }, "0", {}},
+    {"receive: take fails, opened anew meanwhile", "", 0, ReplacedWhileReceiving, "failed", {}, ENOSPC},
     {"receive: null", "sem", 9, [] { return Number(opener->Recv(nullptr, 1)); }, "-1", {}},
     {"receive: negative length", "sem", 9, [] { return Number(opener->Recv(&byte, -1)); }, "-1", {}},
     {"print", "", 0, [] { creator->Print(); return Number(1); }, "1", {{INT_MIN, "Shared Message Queue: id 5 refCount 1\n"}}},

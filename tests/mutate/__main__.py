@@ -57,6 +57,7 @@ class Planted(NamedTuple):
     was: tuple
     now: tuple
     plant: object  # called with the folder of the copy
+    patch: str = ""  # the name of a file that it was read from
 
     def Text(self):
         return "\n".join([f"{self.file}:{self.line} ({self.kind})"] +
@@ -212,6 +213,11 @@ def PlantedOf(folder, texts, fault):
 
 
 def PatchesRead(files):
+    # Copies take minutes to build, so what does not fit the sources is refused before.
+    refused = [file for file in files if subprocess.run(
+        ["git", "apply", "--check", "--recount", file], capture_output=True, check=False).returncode]
+    if refused:
+        raise scratch.CannotWork("cannot be applied: " + " ".join(refused))
     return {"patches": (PatchRead(file) for file in files)}, len(files)
 
 
@@ -233,7 +239,8 @@ def PatchRead(file):
                                 capture_output=True, text=True, check=False)
         if result.returncode != 0:
             raise scratch.CannotWork(f"{file} cannot be applied: {result.stderr}")
-    return Planted(targets[0], "patches", "by hand", first, was, now, Plant)
+    name = os.path.splitext(os.path.basename(file))[0]
+    return Planted(targets[0], "patches", "by hand", first, was, now, Plant, name)
 
 
 def EquivalentsRead():
@@ -288,7 +295,7 @@ def FaultsTry(copy, draw, listed, jobs):
 
 def ProgressPrint(fault, verdict):
     by = f" {verdict.by}" if verdict.by else ""
-    print(f"{verdict.result}{by}: {fault.file}:{fault.line} {fault.kind}", flush=True)
+    print(f"{verdict.result}{by}: {fault.file}:{fault.line} {fault.patch or fault.kind}", flush=True)
 
 
 def FaultTry(copy, worker, fault):
