@@ -94,8 +94,9 @@ void TurnsTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
   }
 }
 
-/// Two threads: one repeats its scribbles, while the other sends and receives. In between it puts
-/// the offsets out of the ring and gives the semaphore, so that no receiver waits for ever.
+/// Three threads: one repeats its scribbles, while another sends and the last one receives. The
+/// first puts the offsets out of the ring and gives the semaphore, so that no receiver waits for
+/// ever.
 void RaceTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
   std::vector<Scribble> scribbles;
   for (int count = input.ConsumeIntegralInRange(0, 20); count > 0; --count)
@@ -109,8 +110,11 @@ void RaceTry(Queue& sender, Queue& receiver, FuzzedDataProvider& input) {
       semctl(receiver._semaphoreId, 0, SETVAL, 1);
     }
   });
+  const std::jthread sending([&] {
+    for (int turn = 0; turn < 20; ++turn)
+      sender.Send(message.data(), static_cast<int>(message.size()));
+  });
   for (int turn = 0; turn < 20; ++turn) {
-    sender.Send(message.data(), static_cast<int>(message.size()));
     int result = 0;
     Receive(receiver, turn * BUFFER_SIZE / 20, &result);
   }

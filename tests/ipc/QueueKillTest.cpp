@@ -35,8 +35,8 @@ std::vector<std::string> SendStep(Queue& queue, std::size_t steps) {
   std::memset(queue.Ring(), '.', static_cast<std::size_t>(queue._capacity));
   semctl(queue._semaphoreId, 0, SETVAL, 0);
   Child sender([&] {
-    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-    raise(SIGSTOP);
+    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0)
+      raise(SIGSTOP);
     return queue.Send(MESSAGE.data(), static_cast<int>(MESSAGE.size()));
   });
   int status = 0;

@@ -23,11 +23,12 @@ std::string Reversed(int number) {
 
 std::string InOtherOrder(int number) { return FormsText(number, VORN_CDR_LITTLE_ENDIAN); }
 
-// Sends to a program that puts an answer to each message into another queue.
+// Sends to a program that puts an answer to each message into a queue that it has made.
 void AnswersExpect(const std::string& program, int count, std::string (*answer)(int number)) {
   OwnQueue there(1, 1, SIZE);
-  OwnQueue back(1, 2, SIZE);
-  Program peer(program + " 1 2 " + std::to_string(count));
+  Program peer(program + " 1 2 " + std::to_string(count) + " " + std::to_string(SIZE));
+  ASSERT_TRUE(Await([] { return Queue(1, 2).IsValid() == 1; })) << "no queue for the answers";
+  OwnQueue back(1, 2);
   Child sender([&] {
     for (int i = 0; i < count; ++i) {
       const std::string text = FormsText(i, VORN_CDR_BIG_ENDIAN);

@@ -158,7 +158,9 @@ TEST_F(QueueStress, WhatKilledAndReplacedProcessesSentArrivesExactly) {
       ASSERT_EQ(tag->number, arrived[tag->sender]++) << "of sender " << tag->sender;
     };
     std::mt19937 random(3);
-    while (TimeIsLeft(static_cast<double>(&size - sizes + 1) / 3) && started < GENERATIONS) {
+    const unsigned int least = started + 20;
+    const double share = static_cast<double>(&size - sizes + 1) / 3;
+    while (started < least || (TimeIsLeft(share) && started < GENERATIONS)) {
       std::unique_ptr<Child>& victim = senders[random() % SENDERS];
       if (victim != nullptr) {
         kill(victim->pid, SIGKILL);
@@ -241,7 +243,7 @@ TEST_F(QueueStress, EverySenderGoesOnAndWhatWasToldSentArrivesThroughRemovalsAnd
 TEST_F(QueueStress, DestroyAtAnyMomentEndsAllAndLeavesNothing) {
   SKIP_UNDER_EMULATOR(THREAD_SIGNALS);
   std::mt19937 random(11);
-  for (int round = 0; TimeIsLeft(); ++round) {
+  for (int round = 0; round < 12 || TimeIsLeft(); ++round) {  // 12: each kind once
     SCOPED_TRACE(round);
     const bool isCreator = round % 3 == 0;
     const bool hasDeadHolder = round % 4 == 0;

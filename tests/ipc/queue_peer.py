@@ -1,6 +1,6 @@
-"""Takes messages out of one queue and puts each, reversed, into another.
+"""Takes messages out of one queue and puts each, reversed, into another, which it makes.
 
-Usage: queue_peer.py FROM_ID TO_ID COUNT. Written from the layout alone: System V keys, the length
+Usage: queue_peer.py FROM_ID TO_ID COUNT SIZE. Written from the layout alone: System V keys, the length
 word, the two offsets, and length-prefixed messages in a ring.
 """
 import ctypes
@@ -11,6 +11,7 @@ import time
 libc = ctypes.CDLL(None, use_errno=True)
 libc.shmat.restype = ctypes.c_void_p
 SETVAL = 16
+IPC_CREAT = 0o1000
 HEADER = 12  # length word, write offset, read offset
 
 
@@ -25,11 +26,18 @@ def checked(result):
 
 
 class Queue:
-    def __init__(self, queue_id):
+    def __init__(self, queue_id, size=None):
+        """Opens a queue, or makes one for so many bytes. The length word says that it is ready."""
         key = ctypes.c_int(0xABBD0000 + 2 * queue_id).value
-        self.base = checked(libc.shmat(checked(libc.shmget(key, ctypes.c_size_t(0), 0)), None, 0))
-        self.semaphore = checked(libc.semget(key, 1, 0))
-        self.mutex = checked(libc.semget(key + 1, 1, 0))
+        flags = 0 if size is None else IPC_CREAT | 0o666
+        length = 0 if size is None else HEADER + size + 1
+        self.semaphore = checked(libc.semget(key, 1, flags))
+        self.mutex = checked(libc.semget(key + 1, 1, flags))
+        segment = checked(libc.shmget(key, ctypes.c_size_t(length), flags))
+        self.base = checked(libc.shmat(segment, None, 0))
+        if size is not None:
+            self.give(self.mutex)
+            self.word_set(0, length - 4)
         self.capacity = self.word(0) - 8
 
     def word(self, offset):
@@ -73,8 +81,9 @@ class Queue:
         return fits
 
 
-source, target = Queue(int(sys.argv[1])), Queue(int(sys.argv[2]))
-for _ in range(int(sys.argv[3])):
+source_id, target_id, count, target_size = map(int, sys.argv[1:])
+source, target = Queue(source_id), Queue(target_id, target_size)
+for _ in range(count):
     message = source.receive()[::-1]
     deadline = time.monotonic() + 10
     while not target.send(message):

@@ -1,7 +1,7 @@
 // The other end of QueuePeerTest, built for a 32-bit host. It writes what each message holds in the
 // other byte order:
-//   width_peer FROM_ID TO_ID COUNT   from one queue into another
-//   width_peer PORT COUNT            in datagrams from and to this port of the host
+//   width_peer FROM_ID TO_ID COUNT SIZE   from one queue into another, which it makes
+//   width_peer PORT COUNT                 in datagrams from and to this port of the host
 #include "ipc/VORNShmMsgQ.h"
 #include "ipc/WireForms.h"
 #include "net/VORNDGram.h"
@@ -18,9 +18,9 @@ std::string Answer(const char* text, int length) {
   return forms.Text(VORN_CDR_LITTLE_ENDIAN);
 }
 
-int MessagesAnswer(int from, int to, int count) {
+int MessagesAnswer(int from, int to, int count, int size) {
   ShmMsgQImpl source(1, from);
-  ShmMsgQImpl target(1, to);
+  ShmMsgQImpl target(1, to, static_cast<unsigned int>(size));
   for (char text[512]; count > 0; --count) {
     const int length = source.Recv(text, sizeof text);
     if (length < 0)
@@ -52,5 +52,5 @@ int main(int argc, char** argv) {
   static_assert(sizeof(void*) == 4);
   const int first = std::atoi(argv[1]), second = std::atoi(argv[2]);
   return argc == 3 ? DatagramsAnswer(first, second)
-                   : MessagesAnswer(first, second, std::atoi(argv[3]));
+                   : MessagesAnswer(first, second, std::atoi(argv[3]), std::atoi(argv[4]));
 }

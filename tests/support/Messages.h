@@ -22,6 +22,8 @@ inline void MessagesExpect(const std::vector<Message>& messages,
     for (const Message& message : messages)
       expected += level >= message.level ? message.text : "";
     EXPECT_EQ(Script().printed, expected) << "at verbosity " << level;
+    EXPECT_EQ(BlocksHeld(), 0) << "at verbosity " << level;
+    EXPECT_EQ(Script().openSockets, 0) << "at verbosity " << level;
   }
   Scripted::Reset();
 }

@@ -78,7 +78,7 @@ TEST(Limits, LastWordOfTheSessionManagersFilesCounts) {
       {"printf 'RemoveIPC=no\\nRemoveIPC=\\n' >$E", true},
   };
   // clang-format on
-  char folder[] = "/tmp/vorndiag_testXXXXXX";
+  char folder[] = "/tmp/vorn-limits-XXXXXX";
   const std::string root = mkdtemp(folder);
   for (const auto& row : rows) {
     SCOPED_TRACE(row.setup);

@@ -15,9 +15,11 @@ const std::string FAR_HOST =
     "N=0; while ip link show v1 >/dev/null 2>&1 && [ $((N += 1)) -lt 500 ]; do ip link set v1 "
     "netns $! 2>/dev/null; done; "
     "$FAR ip addr add $A/24 dev v1; $FAR ip link set v1 up; ";
-const std::string FAR_SENDER = "A=10.99.0.9; " + FAR_HOST +
-                               "(sleep .4; $FAR " VORNDIAG " mcast send >/dev/null 2>&1)& "
-                               "ip link set w0 up; ip addr add 10.99.0.1/24 dev w0; ";
+const std::string FAR_SENDER =
+    "A=10.99.0.9; " + FAR_HOST +
+    "(until grep -q 4E56FFEF /proc/net/igmp || [ $((N += 1)) -gt 9999 ]; "
+    "do :; done; $FAR " VORNDIAG " mcast send >/dev/null 2>&1)& "
+    "ip link set w0 up; ip addr add 10.99.0.1/24 dev w0; ";
 const std::string FAR_RECEIVER =
     "A=10.77.1.2; " + FAR_HOST +
     "$FAR " VORNDIAG " mcast recv --seconds 3 >/dev/null 2>&1 & "
