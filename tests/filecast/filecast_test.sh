@@ -55,9 +55,6 @@ await_quarter() { # until the sender shows that it has sent 25 % or more
     sleep 0.02
   done
 }
-ended_by() { # WHAT SECONDS: what began when SECONDS was $SECONDS has not waited for patience
-  check "$1 does not wait" test $((SECONDS - $2)) -lt 15
-}
 
 # Three receivers with losses; an old copy is replaced, and nothing else is left.
 mkdir r1 r2 r3 r4
@@ -154,24 +151,22 @@ check "an interrupted receiver is told" grep -q 'failed: ended by a signal' send
 check "a lost receiver is named" grep -q 'lost: it fell silent' send.log
 
 # The only receiver is interrupted: the sender ends at once. So do receivers of a file that shrinks.
+# Their patience is longer than this test may take.
 "${there[@]}" "$filecast" recv r1 >>recv.log 2>&1 & interrupted=$!
-send_begin data --rate 0.5 --patience 60
+send_begin data --rate 0.5 --patience 300
 await_quarter
-began=$SECONDS
 kill -INT "$interrupted"; wait "$interrupted"
 wait "$sending"; code_is "sender of an interrupted receiver" $? 10
-ended_by "the sender" "$began"
+check "the interruption is told" grep -q 'failed: ended by a signal' send.log
 check "the singular is right" grep -q '1 receiver does not have the file' send.log
 check "only what was carried counts" grep -Eq ': [01][.][0-9] MB in' send.log
 cp data shrinking
-recv r1 --patience 60 & told=$!
+recv r1 --patience 300 & told=$!
 send_begin shrinking --rate 0.5 --name other
 await_quarter
-began=$SECONDS
 truncate -s 100 shrinking
 wait "$sending"; code_is "sender of a file that shrinks" $? 11
 wait "$told"; code_is "receiver of a file that shrinks" $? 16
-ended_by "the receiver" "$began"
 check "the reason is told" grep -q 'other: the sender gave up: the file became shorter' recv.log
 
 # An address that cannot be reached holds up nobody else.
