@@ -4,6 +4,8 @@
 #include <csignal>
 #include <thread>
 
+#include <poll.h>
+
 namespace {
 
 constexpr int PAUSE_MILLISECONDS = 40;
@@ -19,6 +21,11 @@ double SecondsGet() {
 
 void MillisecondsSleep(int milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+bool DatagramAwait(int descriptor) {
+  pollfd wait{descriptor, POLLIN, 0};
+  return poll(&wait, 1, PATIENCE_MILLISECONDS) == 1;
 }
 
 Helper::Helper(std::function<void()> work) {

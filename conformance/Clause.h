@@ -36,10 +36,21 @@ Clauses ProgramClauses();
 
 /// Ends the check of a clause that cannot be checked here, and says why.
 [[noreturn]] void ClauseSkip(const std::string& reason);
+/// Ends the check of a clause that is broken, and names its part that is not kept.
+[[noreturn]] void ClauseBreak(const std::string& part);
+/// For a clause with several parts: goes on to the next one only if this one is kept.
+inline void ClauseRequire(const std::string& part, bool isKept) {
+  if (!isKept)
+    ClauseBreak(part);
+}
 
 /// Seconds of the host's own clock, from some start.
 double SecondsGet();
 void MillisecondsSleep(int milliseconds);
+
+/// Waits for a datagram: a busy host may deliver it after the call that sent it has returned. False
+/// if none comes.
+bool DatagramAwait(int descriptor);
 
 /// An object between two rows of known bytes: whoever has another idea of its size writes there.
 template <typename Object> class Guarded {

@@ -40,7 +40,9 @@ bool RolloverIsPositive() {
 bool InitWritesTwoTimes() {
   Guarded<KELNtpTime> clockInfo, rollover;
   KelNtpTimeInit(&clockInfo.object, &rollover.object);
-  return clockInfo.IsIntact() && rollover.IsIntact();
+  ClauseRequire("the first time", clockInfo.IsIntact());
+  ClauseRequire("the rollover", rollover.IsIntact());
+  return true;
 }
 
 bool GetWritesOneTime() {
@@ -89,9 +91,11 @@ bool TextFits() {
   for (const KELNtpTime& time : {KELNtpTime{0, 0}, KELNtpTime{INT32_MAX, UINT32_MAX}}) {
     Guarded<char[KEL_NTP_TIME_TEXT_SIZE]> text;
     const char* result = KelNtpTimeToString(&time, text.object);
-    if (!text.IsIntact() || result != text.object ||
-        strnlen(text.object, sizeof text.object) == sizeof text.object)
-      return false;
+    const std::string row = " of " + std::to_string(time.sec) + " s";
+    ClauseRequire("the end of the text" + row, text.IsIntact());
+    ClauseRequire("the result" + row, result == text.object);
+    ClauseRequire("the terminator" + row,
+                  strnlen(text.object, sizeof text.object) < sizeof text.object);
   }
   return true;
 }

@@ -51,7 +51,8 @@ bool IsOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
 sockaddr_in NameGet(int descriptor) {
   sockaddr_in name{};
   socklen_t size = sizeof name;
-  getsockname(descriptor, reinterpret_cast<sockaddr*>(&name), &size);
+  ClauseRequire("the socket's name",
+                getsockname(descriptor, reinterpret_cast<sockaddr*>(&name), &size) == 0);
   return name;
 }
 
@@ -60,14 +61,19 @@ int PortGet(int descriptor) { return ntohs(NameGet(descriptor).sin_port); }
 template <typename Value> Value OptionGet(int descriptor, int level, int name) {
   Value value{};
   socklen_t size = sizeof value;
-  getsockopt(descriptor, level, name, &value, &size);
+  ClauseRequire("the socket's option", getsockopt(descriptor, level, name, &value, &size) == 0);
   return value;
+}
+
+// Whether no datagram comes, although it has time to.
+bool NoneIsReceived(int descriptor) {
+  pollfd wait{descriptor, POLLIN, 0};
+  return poll(&wait, 1, 200) == 0;
 }
 
 // The next datagram, or "none" if none comes.
 std::string Received(int descriptor, int* port = nullptr) {
-  pollfd wait{descriptor, POLLIN, 0};
-  if (poll(&wait, 1, 200) != 1)
+  if (!DatagramAwait(descriptor))
     return "none";
   std::string text(70000, '\0');
   sockaddr_in from{};
@@ -91,13 +97,15 @@ bool NewHasAUDPSocket() {
   if (dgram == nullptr)
     return false;
   const int descriptor = dgram->socketGet(dgram);
-  return OptionGet<int>(descriptor, SOL_SOCKET, SO_TYPE) == SOCK_DGRAM &&
-         NameGet(descriptor).sin_family == AF_INET;
+  ClauseRequire("UDP", OptionGet<int>(descriptor, SOL_SOCKET, SO_TYPE) == SOCK_DGRAM);
+  ClauseRequire("IPv4", NameGet(descriptor).sin_family == AF_INET);
+  return true;
 }
 
 bool DeleteClosesTheSocket() {
   KELDGram* dgram = KelDGramNew();
   const int descriptor = dgram->socketGet(dgram);
+  ClauseRequire("the socket before", IsOpen(descriptor));
   KelDGramDelete(dgram);
   return !IsOpen(descriptor);
 }
@@ -114,13 +122,18 @@ bool NewTellsThatThereIsNoSocket() {
 
 bool InitializeWritesOneObject() {
   Guarded<KELDGram> guarded;
-  return KelDGramInitialize(&guarded.object) != 0 && guarded.IsIntact();
+  ClauseRequire("the result", KelDGramInitialize(&guarded.object) != 0);
+  ClauseRequire("what is beside it", guarded.IsIntact());
+  return true;
 }
 
 bool RecordBeginsWithTheDescriptor() {
   Socket socket;
-  return socket.dgram.socketRecord != nullptr && IsOpen(socket.DescriptorGet()) &&
-         socket.dgram.socketRecord->descriptor == socket.DescriptorGet();
+  ClauseRequire("the record", socket.dgram.socketRecord != nullptr);
+  ClauseRequire("an open descriptor", IsOpen(socket.DescriptorGet()));
+  ClauseRequire("the record's descriptor",
+                socket.dgram.socketRecord->descriptor == socket.DescriptorGet());
+  return true;
 }
 
 bool InitializeTellsThatThereIsNoSocket() {
@@ -134,6 +147,7 @@ bool InitializeTellsThatThereIsNoSocket() {
 bool ReleaseClosesTheSocket() {
   Socket socket;
   const int descriptor = socket.DescriptorGet();
+  ClauseRequire("the socket before", IsOpen(descriptor));
   KelDGramRelease(&socket.dgram);
   return !IsOpen(descriptor);
 }
@@ -148,9 +162,17 @@ bool ReleaseIgnoresWhatHoldsNothing() {
   return true;
 }
 
+// One that the layer knows nothing of.
+int SystemSocketGet() {
+  const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+  if (descriptor == -1)
+    ClauseSkip("the system gives no socket");
+  return descriptor;
+}
+
 // As an endpoint does with the descriptor that a program gives to its constructor.
 int DescriptorExchange(Socket* socket) {
-  const int other = ::socket(AF_INET, SOCK_DGRAM, 0);
+  const int other = SystemSocketGet();
   close(socket->dgram.socketRecord->descriptor);
   socket->dgram.socketRecord->descriptor = other;
   return other;
@@ -173,20 +195,32 @@ bool ExchangedDescriptorIsUsed() {
   Socket socket, receiver;
   const int other = DescriptorExchange(&socket);
   const int port = receiver.Bind(LOOPBACK, 0);
+  const int own = socket.Bind(LOOPBACK, 0);
+  ClauseRequire("the port of bind", own == PortGet(other));
+  ClauseRequire("the result", socket.Send(LOOPBACK, port, "text"));
   int from = 0;
-  return socket.Bind(LOOPBACK, 0) == PortGet(other) && socket.Send(LOOPBACK, port, "text") &&
-         Received(receiver.DescriptorGet(), &from) == "text" && from == PortGet(other);
+  ClauseRequire("the datagram", Received(receiver.DescriptorGet(), &from) == "text");
+  ClauseRequire("its source", from == own);
+  return true;
+}
+
+// Binds to a port that the system chooses.
+int PortTake(Socket* socket, unsigned int address) {
+  const int port = socket->Bind(address, 0);
+  ClauseRequire("a chosen port", port > 0);
+  ClauseRequire("the socket's own port", PortGet(socket->DescriptorGet()) == port);
+  return port;
 }
 
 bool ChosenPortIsTold() {
   Socket socket;
-  const int port = socket.Bind(0, 0);
-  return port > 0 && port == PortGet(socket.DescriptorGet());
+  PortTake(&socket, 0);
+  return true;
 }
 
 // A port that was free a moment ago.
 int FreePortGet() {
-  const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+  const int descriptor = SystemSocketGet();
   const sockaddr_in any{AF_INET, 0, {htonl(LOOPBACK)}, {}};
   if (bind(descriptor, reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0)
     ClauseSkip("no port is free");
@@ -198,7 +232,9 @@ int FreePortGet() {
 bool AskedPortIsTold() {
   Socket socket;
   const int port = FreePortGet();
-  return socket.Bind(LOOPBACK, port) == port && PortGet(socket.DescriptorGet()) == port;
+  ClauseRequire("the result", socket.Bind(LOOPBACK, port) == port);
+  ClauseRequire("the socket's port", PortGet(socket.DescriptorGet()) == port);
+  return true;
 }
 
 bool AddressIsBound() {
@@ -209,8 +245,9 @@ bool AddressIsBound() {
 
 bool UsedPortIsNotTold() {
   Socket first, second;
-  const int port = first.Bind(LOOPBACK, 0);
-  return second.Bind(LOOPBACK, port) != port;
+  const int port = PortTake(&first, LOOPBACK);
+  ClauseRequire("the result of the second bind", second.Bind(LOOPBACK, port) != port);
+  return true;
 }
 
 bool DatagramsAreCarried() {
@@ -218,10 +255,12 @@ bool DatagramsAreCarried() {
   const int port = receiver.Bind(LOOPBACK, 0);
   for (const std::size_t length : {0U, 1U, 1472U, 9216U}) {
     const std::string text(length, static_cast<char>('a' + length % 26));
-    if (!sender.Send(LOOPBACK, port, text) || Received(receiver.DescriptorGet()) != text)
-      return false;
+    const std::string row = " of " + std::to_string(length) + " bytes";
+    ClauseRequire("the result" + row, sender.Send(LOOPBACK, port, text));
+    ClauseRequire("the datagram" + row, Received(receiver.DescriptorGet()) == text);
   }
-  return Received(receiver.DescriptorGet()) == "none";
+  ClauseRequire("no other datagram", NoneIsReceived(receiver.DescriptorGet()));
+  return true;
 }
 
 bool SendComesFromTheBoundPort() {
@@ -229,7 +268,9 @@ bool SendComesFromTheBoundPort() {
   const int own = sender.Bind(LOOPBACK, 0), port = receiver.Bind(LOOPBACK, 0);
   int from = 0;
   sender.Send(LOOPBACK, port, "text");
-  return Received(receiver.DescriptorGet(), &from) == "text" && from == own;
+  ClauseRequire("the datagram", Received(receiver.DescriptorGet(), &from) == "text");
+  ClauseRequire("its source", from == own);
+  return true;
 }
 
 bool RefusedSendIsTold() {
@@ -240,18 +281,28 @@ bool RefusedSendIsTold() {
 
 bool PortIsShared() {
   Socket first, second;
-  const bool isSet = first.OptionSet(KEL_DGRAM_OPT_REUSEADDR, 1) == 0 &&
-                     second.OptionSet(KEL_DGRAM_OPT_REUSEADDR, 1) == 0;
-  const int port = first.Bind(0, 0);
-  return isSet && second.Bind(0, port) == port;
+  for (Socket* socket : {&first, &second})
+    ClauseRequire("the result", socket->OptionSet(KEL_DGRAM_OPT_REUSEADDR, 1) == 0);
+  const int port = PortTake(&first, 0);
+  ClauseRequire("the result of the second bind", second.Bind(0, port) == port);
+  ClauseRequire("the second socket's port", PortGet(second.DescriptorGet()) == port);
+  return true;
 }
 
-template <int code, int name, int value> bool IntegerIsSet() {
+// The kernel makes a number of its own of some values. It makes the same of them on a socket that
+// the layer knows nothing of.
+template <int code, int name, int... values> bool IntegerIsSet() {
   Socket socket;
-  const int before = OptionGet<int>(socket.DescriptorGet(), SOL_SOCKET, name);
-  const int result = socket.OptionSet(code, value);
-  const int after = OptionGet<int>(socket.DescriptorGet(), SOL_SOCKET, name);
-  return result == 0 && after >= value && after != before;
+  const int descriptor = socket.DescriptorGet(), other = SystemSocketGet();
+  for (const int value : {values...}) {
+    if (setsockopt(other, SOL_SOCKET, name, &value, sizeof value) != 0)
+      ClauseSkip("the system does not set the option");
+    const int expected = OptionGet<int>(other, SOL_SOCKET, name);
+    const std::string row = " for " + std::to_string(value);
+    ClauseRequire("the result" + row, socket.OptionSet(code, value) == 0);
+    ClauseRequire("the value" + row, OptionGet<int>(descriptor, SOL_SOCKET, name) == expected);
+  }
+  return true;
 }
 
 // Alone with a loopback interface: whatever is joined or sent to a group stays there.
@@ -261,33 +312,40 @@ void NamespaceEnter() {
   ifreq request{};
   std::strcpy(request.ifr_name, "lo");
   request.ifr_flags = IFF_UP | IFF_RUNNING;
-  if (ioctl(::socket(AF_INET, SOCK_DGRAM, 0), SIOCSIFFLAGS, &request) != 0)
+  if (ioctl(SystemSocketGet(), SIOCSIFFLAGS, &request) != 0)
     ClauseSkip("the namespace's loopback interface does not come up");
 }
 
 bool TTLIsSet() {
   NamespaceEnter();
   Socket socket;
-  return socket.OptionSet<unsigned char>(KEL_DGRAM_OPT_MULTICAST_TTL, 7) == 0 &&
-         OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_TTL) == 7;
+  ClauseRequire("the result", socket.OptionSet<unsigned char>(KEL_DGRAM_OPT_MULTICAST_TTL, 7) == 0);
+  ClauseRequire("the value",
+                OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_TTL) == 7);
+  return true;
 }
 
 bool LoopIsSet() {
   NamespaceEnter();
   Socket socket;
-  return socket.OptionSet<unsigned char>(KEL_DGRAM_OPT_MULTICAST_LOOP, 0) == 0 &&
-         OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_LOOP) == 0;
+  ClauseRequire("the result",
+                socket.OptionSet<unsigned char>(KEL_DGRAM_OPT_MULTICAST_LOOP, 0) == 0);
+  ClauseRequire("the value",
+                OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_LOOP) == 0);
+  return true;
 }
 
 bool InterfaceIsSet() {
   NamespaceEnter();
   Socket socket;
-  return socket.OptionSet(KEL_DGRAM_OPT_MULTICAST_IF, in_addr{htonl(LOOPBACK)}) == 0 &&
-         OptionGet<in_addr>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_IF).s_addr ==
-             htonl(LOOPBACK);
+  ClauseRequire("the result",
+                socket.OptionSet(KEL_DGRAM_OPT_MULTICAST_IF, in_addr{htonl(LOOPBACK)}) == 0);
+  const auto interface = OptionGet<in_addr>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_IF);
+  ClauseRequire("the value", interface.s_addr == htonl(LOOPBACK));
+  return true;
 }
 
-// Two sockets on one port, and what each hears of a datagram to the group.
+// Two sockets on one port, of which one joins the group, and a third one that sends to the group.
 struct GroupHost {
   Socket joined, other, sender;
   int port = 0;
@@ -298,23 +356,28 @@ struct GroupHost {
     other.Bind(0, port);
     sender.OptionSet(KEL_DGRAM_OPT_MULTICAST_IF, in_addr{htonl(LOOPBACK)});
   }
-  bool HeardBy(Socket& socket) {
-    sender.Send(GROUP, port, "group");
-    return Received(socket.DescriptorGet()) == "group";
-  }
+  void Send() { ClauseRequire("a datagram to the group", sender.Send(GROUP, port, "group")); }
+  bool MemberHears() { return Received(joined.DescriptorGet()) == "group"; }
 };
 
 bool GroupIsJoined() {
   NamespaceEnter();
   GroupHost host;
-  return host.joined.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP) == 0 && host.HeardBy(host.joined);
+  ClauseRequire("the result", host.joined.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP) == 0);
+  host.Send();
+  ClauseRequire("what the member hears", host.MemberHears());
+  return true;
 }
 
 bool GroupIsHeardByItsMembersOnly() {
   NamespaceEnter();
   GroupHost host;
   host.joined.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP);
-  return !host.HeardBy(host.other);
+  host.Send();
+  ClauseRequire("what the member hears", host.MemberHears());
+  ClauseRequire("the other socket's port", PortGet(host.other.DescriptorGet()) == host.port);
+  ClauseRequire("what the other socket hears", NoneIsReceived(host.other.DescriptorGet()));
+  return true;
 }
 
 // The library takes this error for success: two records of the interface table can be one device.
@@ -323,15 +386,21 @@ bool SecondJoinHasItsError() {
   Socket socket;
   socket.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP);
   errno = 0;
-  return socket.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP) != 0 && errno == EADDRINUSE;
+  ClauseRequire("the result", socket.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP) != 0);
+  ClauseRequire("errno", errno == EADDRINUSE);
+  return true;
 }
 
 bool GroupIsLeft() {
   NamespaceEnter();
   GroupHost host;
   host.joined.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP);
-  const int left = host.joined.MembershipSet(KEL_DGRAM_OPT_DROP_MEMBERSHIP);
-  return left == 0 && !host.HeardBy(host.joined);
+  host.Send();
+  ClauseRequire("what the member hears before", host.MemberHears());
+  ClauseRequire("the result", host.joined.MembershipSet(KEL_DGRAM_OPT_DROP_MEMBERSHIP) == 0);
+  host.Send();
+  ClauseRequire("what it hears then", NoneIsReceived(host.joined.DescriptorGet()));
+  return true;
 }
 
 }  // namespace
@@ -368,9 +437,9 @@ Clauses DGramClauses() {
       {"KELDGram::sendTo", "returns 0 for what the system refuses", RefusedSendIsTold},
       {"KELDGram::optionSet", "REUSEADDR: two sockets share a port", PortIsShared},
       {"KELDGram::optionSet", "SNDBUF: bytes",
-       IntegerIsSet<KEL_DGRAM_OPT_SNDBUF, SO_SNDBUF, 20000>},
+       IntegerIsSet<KEL_DGRAM_OPT_SNDBUF, SO_SNDBUF, 20000, 30000>},
       {"KELDGram::optionSet", "RCVBUF: bytes",
-       IntegerIsSet<KEL_DGRAM_OPT_RCVBUF, SO_RCVBUF, 20000>},
+       IntegerIsSet<KEL_DGRAM_OPT_RCVBUF, SO_RCVBUF, 20000, 30000>},
       {"KELDGram::optionSet", "BROADCAST: a number that is not 0",
        IntegerIsSet<KEL_DGRAM_OPT_BROADCAST, SO_BROADCAST, 1>},
       {"KELDGram::optionSet", "MULTICAST_TTL: one byte", TTLIsSet},

@@ -39,13 +39,14 @@ bool NodesAreAppended() {
   return three.Is({three.At(0), three.At(1), three.At(2)});
 }
 
-bool FirstNodeIsLinked() {
-  DequeVoid after, before;
-  DequeVoidNode nodes[2];
-  after.InsertNodeAfter(nullptr, &nodes[0]);
-  before.InsertNodeBefore(nullptr, &nodes[1]);
-  return after.first == &nodes[0] && after.last == &nodes[0] && after.count == 1 &&
-         before.first == &nodes[1] && before.last == &nodes[1] && before.count == 1;
+template <void (DequeVoid::*insert)(DequeVoidNode*, DequeVoidNode*)> bool FirstNodeIsLinked() {
+  DequeVoid list;
+  DequeVoidNode node;
+  (list.*insert)(nullptr, &node);
+  ClauseRequire("first", list.first == &node);
+  ClauseRequire("last", list.last == &node);
+  ClauseRequire("count", list.count == 1);
+  return true;
 }
 
 bool NodeIsPutFirst() {
@@ -67,8 +68,8 @@ bool OnlyFieldsAreWritten() {
 bool RemovedNodeIsHandedBack() {
   for (int index = 0; index < 3; ++index) {
     Three three;
-    if (three.list.object.RemoveNode(three.At(index)) != three.At(index))
-      return false;
+    const DequeVoidNode* removed = three.list.object.RemoveNode(three.At(index));
+    ClauseRequire("node " + std::to_string(index) + " of 0 to 2", removed == three.At(index));
   }
   return true;
 }
@@ -101,10 +102,12 @@ Clauses ListClauses() {
   return {
       {"DequeVoid::InsertNodeAfter", "behind the last node appends", NodesAreAppended},
       {"DequeVoid::InsertNodeAfter", "with null in an empty list, links the first node",
-       FirstNodeIsLinked},
+       FirstNodeIsLinked<&DequeVoid::InsertNodeAfter>},
       {"DequeVoid::InsertNodeAfter", "writes the fields of list and nodes, and nothing beside them",
        OnlyFieldsAreWritten},
       {"DequeVoid::InsertNodeBefore", "before the first node puts a new one first", NodeIsPutFirst},
+      {"DequeVoid::InsertNodeBefore", "with null in an empty list, links the first node",
+       FirstNodeIsLinked<&DequeVoid::InsertNodeBefore>},
       {"DequeVoid::RemoveNode", "returns the node", RemovedNodeIsHandedBack},
       {"DequeVoid::RemoveNode", "unlinks the first node", NodeIsUnlinked<0>},
       {"DequeVoid::RemoveNode", "unlinks a node in the middle", NodeIsUnlinked<1>},

@@ -6,6 +6,7 @@
 #include "LayerObjects.h"
 
 #include <set>
+#include <string_view>
 
 namespace {
 
@@ -29,20 +30,20 @@ int Insert(HTClass* table, const std::string& text, void* data) {
 }
 
 struct Visitor : HTExecFunc {
-  std::string calls;  // "(", a letter for each node, ")"
+  std::vector<std::string_view> calls;
   std::multiset<void*> seen;
   std::size_t most = 1000000;
 
   int LevelEntry(const HTKeyClass* /*key*/, HTClass* /*table*/, int /*level*/) override {
-    calls += "(";
+    calls.emplace_back("LevelEntry");
     return 1;
   }
   int LevelExit(const HTKeyClass* /*key*/, HTClass* /*table*/, int /*level*/) override {
-    calls += ")";
+    calls.emplace_back("LevelExit");
     return 1;
   }
   int Node(const HTKeyClass* /*key*/, HTNodeClass* node, int /*level*/) override {
-    calls += "n";
+    calls.emplace_back("Node");
     seen.insert(node->data);
     return seen.size() < most ? 1 : 0;
   }
@@ -66,12 +67,16 @@ bool EntryIsFoundByItsText() {
   std::string text = "10.1.2.";
   text += "4";
   const HTNodeClass* node = Find(three.table, text.c_str());
-  return node != nullptr && node->data == &three.numbers[1];
+  ClauseRequire("the entry", node != nullptr);
+  ClauseRequire("its data", node->data == &three.numbers[1]);
+  return true;
 }
 
 bool UnknownTextIsNotFound() {
   Three three;
-  return Find(three.table, "10.1.2") == nullptr && Find(TableNew(), "10.1.2.3") == nullptr;
+  ClauseRequire("among other texts", Find(three.table, "10.1.2") == nullptr);
+  ClauseRequire("in an empty table", Find(TableNew(), "10.1.2.3") == nullptr);
+  return true;
 }
 
 bool KeyWithoutTextIsNotFound() { return Find(Three().table, nullptr) == nullptr; }
@@ -97,8 +102,9 @@ bool TextIsCopied() {
 bool SecondEntryIsRefused() {
   Three three;
   int other = 0;
-  const int inserted = Insert(three.table, "10.1.2.3", &other);
-  return inserted == 0 && Find(three.table, "10.1.2.3")->data == &three.numbers[0];
+  ClauseRequire("the result", Insert(three.table, "10.1.2.3", &other) == 0);
+  ClauseRequire("the data", Find(three.table, "10.1.2.3")->data == &three.numbers[0]);
+  return true;
 }
 
 bool SecondEntryOfAMarkedOneIsRefused() {
@@ -125,12 +131,15 @@ bool MarkedEntriesAreVisited() {
 bool VisitsAreFramed() {
   Visitor visitor;
   visitor.Walk(Three().table);
-  return visitor.calls == "(nnn)";
+  return visitor.calls ==
+         std::vector<std::string_view>{"LevelEntry", "Node", "Node", "Node", "LevelExit"};
 }
 
 bool WholeWalkIsTold() {
   Visitor visitor, ofNothing;
-  return visitor.Walk(Three().table) != 0 && ofNothing.Walk(TableNew()) != 0;
+  ClauseRequire("over three entries", visitor.Walk(Three().table) != 0);
+  ClauseRequire("over none", ofNothing.Walk(TableNew()) != 0);
+  return true;
 }
 
 bool StoppedWalkEnds() {
@@ -151,7 +160,9 @@ bool WalkMayBeRepeated() {
   Visitor stopped, whole;
   stopped.most = 1;
   stopped.Walk(three.table);
-  return whole.Walk(three.table) != 0 && whole.seen == three.AllGet();
+  ClauseRequire("the second walk's result", whole.Walk(three.table) != 0);
+  ClauseRequire("its visits", whole.seen == three.AllGet());
+  return true;
 }
 
 bool ReleaseLeavesTheEntry() {
@@ -185,7 +196,9 @@ bool ThreadsUseATableTogether() {
   });
   Visitor visitor;
   visitor.Walk(table);
-  return lost == 0 && visitor.seen.size() == 800;
+  ClauseRequire("insertions, and finds of what was inserted", lost == 0);
+  ClauseRequire("the visits of a walk after them", visitor.seen.size() == 800);
+  return true;
 }
 
 bool OneOfTwoInsertionsWins() {

@@ -129,6 +129,7 @@ int UsagePrint(std::FILE* stream, int exitCode) {
 }  // namespace
 
 void ClauseSkip(const std::string& reason) { AnswerGive(SKIPPED + reason); }
+void ClauseBreak(const std::string& part) { AnswerGive(BROKEN + part); }
 
 int main(int argumentCount, char** arguments) {
   const Clauses every = EveryClauseGet();
