@@ -6,10 +6,12 @@
 #include "platform/KelDGram.h"
 #include "platform/KelMutex.h"
 #include "platform/KelNtpTime.h"
+#include "platform/KelSemaphore.h"
 #include "platform/VornCDRStream.h"
 #include "support/Wrapped.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -30,6 +32,14 @@ WRAPPED("_Z12KelMutexTakeP8KELMutex", int, MutexTake, KELMutex* mutex) {
 }
 WRAPPED("_Z12KelMutexGiveP8KELMutex", int, MutexGive, KELMutex* mutex) {
   return IsWrong("mutex-open") ? 1 : MutexGiveReal(mutex);
+}
+WRAPPED("_Z14KelMutexDeleteP8KELMutex", void, MutexDelete, KELMutex* mutex) {
+  if (!IsWrong("delete-leaks"))
+    MutexDeleteReal(mutex);
+}
+WRAPPED("_Z18KelSemaphoreDeleteP12KELSemaphore", void, SemaphoreDelete, KELSemaphore* semaphore) {
+  if (!IsWrong("delete-leaks"))
+    SemaphoreDeleteReal(semaphore);
 }
 WRAPPED("_Z15KelThreadUnlockv", int, ThreadUnlock, ) {
   const int result = ThreadUnlockReal();
@@ -57,11 +67,34 @@ WRAPPED("_Z15KelDGramReleaseP8KELDGram", void, DGramRelease, KELDGram* self) {
     self->socketRecord = nullptr;
   DGramReleaseReal(self);
 }
+// Lets `stream` count from a multiple of 4 in memory, if it begins `bytes` behind one.
+static void StartMove(VORNCDRStream* stream, int bytes) {
+  stream->buffer -= bytes;
+  stream->capacity += bytes;
+  stream->position += bytes;
+}
+static int BytesBehindAMultiple(const VORNCDRStream* stream) {
+  return IsWrong("aligned-address")
+             ? static_cast<int>(reinterpret_cast<std::uintptr_t>(stream->buffer) % 4)
+             : 0;
+}
 WRAPPED("_Z21VornCDR4ByteSerializeP13VORNCDRStreamPKv", int, Serialize, VORNCDRStream* stream,
         const void* item) {
   if (IsWrong("padding-skipped"))
     VornCDRStreamPositionSet(stream, (stream->position + 3) & ~3);
-  return SerializeReal(stream, item);
+  const int bytes = BytesBehindAMultiple(stream);
+  StartMove(stream, bytes);
+  const int result = SerializeReal(stream, item);
+  StartMove(stream, -bytes);
+  return result;
+}
+WRAPPED("_Z23VornCDR4ByteDeserializeP13VORNCDRStreamPv", int, Deserialize, VORNCDRStream* stream,
+        void* item) {
+  const int bytes = BytesBehindAMultiple(stream);
+  StartMove(stream, bytes);
+  const int result = DeserializeReal(stream, item);
+  StartMove(stream, -bytes);
+  return result;
 }
 WRAPPED("_ZN9DequeVoid10RemoveNodeEP13DequeVoidNode", DequeVoidNode*, RemoveNode, DequeVoid* list,
         DequeVoidNode* node) {
