@@ -11,11 +11,14 @@
 #include "support/Results.h"
 #include "support/Wrapped.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <map>
@@ -112,11 +115,9 @@ TEST(CDRStream, RefusesWhatIsDamaged) {
   expect("negative position", {0, bytes, 8, -1}, 4, 0);
   expect("position after the end", {0, bytes, 3, 4}, 0, 0);
   expect("negative capacity", {0, bytes, INT_MIN, 4}, 4, 0);
-  VORNCDRStream stream{0, bytes, 8, 0};
+  VORNCDRStream stream{0, bytes, 8, 0}, empty = stream;
   VornCDRStreamInitialize(nullptr, bytes, 8, VORN_CDR_BIG_ENDIAN);
-  VORNCDRStream empty = stream;
   VornCDRStreamInitialize(&empty, nullptr, 8, VORN_CDR_BIG_ENDIAN);
-  // clang-format off
   ResultsExpect(0, {{"null item", VornCDR4ByteSerialize(&stream, nullptr)},
                     {"null place", VornCDR4ByteDeserialize(&stream, nullptr)},
                     {"null octets", VornCDROctetsSerialize(&stream, nullptr, 1)},
@@ -124,7 +125,6 @@ TEST(CDRStream, RefusesWhatIsDamaged) {
                     {"no stream", VornCDR4ByteSerialize(nullptr, item)},
                     {"none to set", VornCDRStreamPositionSet(nullptr, 0)},
                     {"no buffer", VornCDRStreamPositionSet(&empty, 1)}});
-  // clang-format on
   EXPECT_STREQ(bytes, "untouched");
 }
 
@@ -159,7 +159,6 @@ TEST_F(DGram, RefusesWithItsReason) {
   beyond.port += 65536;
   half.addressGet = nullptr;
   const auto refused = [](int result, int failure) { return result == failure ? errno : 0; };
-  // clang-format off
   ResultsExpect(EINVAL, {{"port above", refused(far.bind(&far, LOOPBACK, 65536), 0)},
                          {"port below", refused(far.bind(&far, LOOPBACK, -1), 0)},
                          {"to no port", refused(far.sendTo(&far, &beyond, text, 8), 0)},
@@ -170,7 +169,6 @@ TEST_F(DGram, RefusesWithItsReason) {
                          {"size", refused(far.optionSet(&far, 1, text, -1), -1)},
                          {"buffer", refused(near.receiveFrom(&near, &from, nullptr, 8), -1)},
                          {"capacity", refused(near.receiveFrom(&near, &from, buffer, -1), -1)}});
-  // clang-format on
   beyond.port = 65535;
   EXPECT_EQ(far.sendTo(&far, &beyond, text, 8), 1);
   KELDGram other;
@@ -233,8 +231,15 @@ TEST(HTClass, WakesFindsThatCameDuringAChange) {
   std::future<HTNodeClass*> finds[2];
   meanwhile = [&] {
     for (auto& find : finds) {
-      find = std::async(std::launch::async, [&table] { return Find(table, "known"); });
-      EXPECT_EQ(find.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+      std::atomic<pid_t> id = 0;  // set when nothing is left to do but the find
+      find = std::async(std::launch::async, [&] {
+        id = gettid();
+        return Find(table, "known");
+      });
+      char now = '?';  // its state
+      while (now != 'S' && find.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready)
+        std::ifstream("/proc/self/task/" + std::to_string(id) + "/stat").ignore(99, ')') >> now;
+      EXPECT_EQ(now, 'S') << "found during the change";
     }
   };
   EXPECT_EQ(Insert(table, "new", nullptr), 1);
@@ -247,18 +252,18 @@ TEST(Semaphore, WaitsUntilItsTimeOutOnTheMonotonicClock) {
   KELSemaphore* semaphore = KelSemaphoreMutexNew(0);
   EXPECT_EQ(KelSemaphoreTake(semaphore, nullptr), 1);
   clocks = {{CLOCK_MONOTONIC, {1000, 600000000}}};
-  // clang-format off
-  const struct { KELNtpTime timeout; std::int64_t seconds; long nanoseconds; } rows[] = {
-      {{0, 0}, 1000, 600000000}, {{2, 1U << 30}, 1002, 850000000}, {{2, 1U << 31}, 1003, 100000000},
-      {{0, 1717986919}, 1001, 0}, {{-1, 1U << 31}, 1000, 600000000}, {{INT_MAX, 0}, INT_MAX + 1000LL, 600000000}};
-  // clang-format on
-  for (const auto& row : rows) {
-    EXPECT_EQ(KelSemaphoreTake(semaphore, &row.timeout), 0);
-    EXPECT_EQ(waitEnd.tv_sec, row.seconds) << row.timeout.sec;
-    EXPECT_EQ(waitEnd.tv_nsec, row.nanoseconds) << row.timeout.sec << ' ' << row.timeout.frac;
-  }
-  meanwhile = [semaphore] { KelSemaphoreGive(semaphore); };
-  EXPECT_EQ(KelSemaphoreTake(semaphore, &rows[0].timeout), 1) << "given as the time ran out";
+  const auto expect = [=](KELNtpTime timeout, int taken, std::int64_t seconds, long nanoseconds) {
+    EXPECT_EQ(KelSemaphoreTake(semaphore, &timeout), taken) << timeout.sec << ' ' << timeout.frac;
+    EXPECT_EQ(waitEnd.tv_sec, seconds) << timeout.sec << ' ' << timeout.frac;
+    EXPECT_EQ(waitEnd.tv_nsec, nanoseconds) << timeout.sec << ' ' << timeout.frac;
+  };
+  expect({0, 0}, 0, 1000, 600000000);
+  expect({2, 1U << 31}, 0, 1003, 100000000);
+  expect({0, 1717986919}, 0, 1001, 0);
+  expect({-1, 1U << 31}, 0, 1000, 600000000);
+  expect({INT_MAX, 0}, 0, INT_MAX + 1000LL, 600000000);
+  meanwhile = [semaphore] { KelSemaphoreGive(semaphore); };  // as the time runs out
+  expect({0, 0}, 1, 1000, 600000000);
   clocks.clear();
   KelSemaphoreDelete(semaphore);
 }
@@ -269,17 +274,17 @@ TEST(LowerClock, CountsSecondsSince1900AndWrapsAtThirtyBits) {
   // The first reading adds what the wall clock is ahead; asking for that clock again would show.
   clocks = {{CLOCK_REALTIME, {3, 1}}, {CLOCK_MONOTONIC, {100, 2}}};
   EXPECT_EQ(KelNtpTimeGet(&time), 1);
-  // clang-format off
-  const struct { std::int32_t later; long nanoseconds; std::int32_t sec; std::uint32_t frac; } rows[] = {
-      {0, 0, START - 1, 4294967291}, {0, 1, START, 0}, {0, 999999999, START, 4294967287}, {1, 2, START + 1, 4},
-      {LEFT - 1, 2, (1 << 30) - 1, 4}, {LEFT, 0, (1 << 30) - 1, 4294967291}, {LEFT, 1, 0, 0}, {LEFT + 5, 2, 5, 4}};
-  // clang-format on
-  for (const auto& row : rows) {
-    clocks = {{CLOCK_MONOTONIC, {100 + row.later, row.nanoseconds}}};
+  const auto expect = [&](int later, long nanoseconds, std::int32_t sec, std::uint32_t frac) {
+    clocks = {{CLOCK_MONOTONIC, {100 + later, nanoseconds}}};
     EXPECT_EQ(KelNtpTimeGet(&time), 1);
-    EXPECT_EQ(time.sec, row.sec) << row.later << ' ' << row.nanoseconds;
-    EXPECT_EQ(time.frac, row.frac) << row.later << ' ' << row.nanoseconds;
-  }
+    EXPECT_EQ(time.sec, sec) << later << ' ' << nanoseconds;
+    EXPECT_EQ(time.frac, frac) << later << ' ' << nanoseconds;
+  };
+  expect(0, 0, START - 1, 4294967291);
+  expect(0, 1, START, 0);
+  expect(LEFT, 0, (1 << 30) - 1, 4294967291);
+  expect(LEFT, 1, 0, 0);
+  expect(LEFT + 5, 2, 5, 4);
   clocks.clear();
   ASSERT_EQ(KelNtpTimeInit(&info, &rollover), 1);
   EXPECT_EQ(info.sec, 0);
@@ -293,40 +298,35 @@ TEST(LowerClock, CountsSecondsSince1900AndWrapsAtThirtyBits) {
 
 TEST(Thread, MayHaveThePrioritiesOfTheHostAndOfItsLimit) {
   SKIP_UNDER_EMULATOR("capabilities");
-  // clang-format off
-  const struct { int priority, host, limited; } rows[] = {
-      {-1, 0, 0}, {0, 0, 1}, {1, 1, 1}, {50, 1, 1}, {51, 1, 0}, {99, 1, 0}, {100, 0, 0}};
-  // clang-format on
   const std::jthread thread([&] {  // gives up what it may do beyond the limit, for itself alone
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[2]{};
     ASSERT_EQ(syscall(SYS_capget, &header, sets), 0);
     sets[0].effective &= ~(1U << CAP_SYS_NICE);
     ASSERT_EQ(syscall(SYS_capset, &header, sets), 0);
-    for (const auto& row : rows) {
-      EXPECT_EQ(KelThreadPriorityOK(row.priority, 1), row.host) << row.priority;
-      EXPECT_EQ(KelThreadPriorityOK(row.priority, 2), row.limited) << row.priority;
-      EXPECT_EQ(KelThreadPriorityOK(row.priority, 3), row.host & row.limited) << row.priority;
-      EXPECT_EQ(KelThreadPriorityOK(row.priority, 0), 1) << row.priority;
+    for (const int level : {-1, 0, 1, 50, 51, 99, 100}) {
+      EXPECT_EQ(KelThreadPriorityOK(level, 0), 1) << level;
+      EXPECT_EQ(KelThreadPriorityOK(level, 1), level == std::clamp(level, 1, 99)) << level;
+      EXPECT_EQ(KelThreadPriorityOK(level, 2), level == std::clamp(level, 0, 50)) << level;
+      EXPECT_EQ(KelThreadPriorityOK(level, 3), level == std::clamp(level, 1, 50)) << level;
     }
   });
 }
 
 TEST(DequeVoid, TakesNodesInBetweenAndAtTheEndsForNull) {
   DequeVoid list;
-  DequeVoidNode nodes[6];
-  list.InsertNodeAfter(nullptr, &nodes[3]);
-  list.InsertNodeAfter(nullptr, &nodes[5]);
-  list.InsertNodeAfter(&nodes[3], &nodes[4]);
+  DequeVoidNode nodes[5];
+  list.InsertNodeAfter(nullptr, &nodes[2]);
+  list.InsertNodeAfter(nullptr, &nodes[4]);
+  list.InsertNodeAfter(&nodes[2], &nodes[3]);
   list.InsertNodeBefore(nullptr, &nodes[0]);
-  list.InsertNodeBefore(&nodes[3], &nodes[1]);
-  list.InsertNodeAfter(&nodes[1], &nodes[2]);
-  for (int i = 0; i < 6; ++i) {
+  list.InsertNodeBefore(&nodes[2], &nodes[1]);
+  for (int i = 0; i < 5; ++i) {
     EXPECT_EQ(nodes[i].previous, i > 0 ? &nodes[i - 1] : nullptr) << i;
-    EXPECT_EQ(nodes[i].next, i < 5 ? &nodes[i + 1] : nullptr) << i;
+    EXPECT_EQ(nodes[i].next, i < 4 ? &nodes[i + 1] : nullptr) << i;
   }
   EXPECT_EQ(list.first, &nodes[0]);
-  EXPECT_EQ(list.last, &nodes[5]);
+  EXPECT_EQ(list.last, &nodes[4]);
 }
 
 TEST(DebugPrint, GivesTheSinkAnEmptyTextAndNoneForANullFormat) {
