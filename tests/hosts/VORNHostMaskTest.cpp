@@ -109,12 +109,12 @@ TEST_F(HostMask, QuestionsThatCannotBeAskedAreRefused) {
   ASSERT_EQ(Insert(table, "without data", nullptr), 1);
   Addresses asked{OTHER_OWN, OWN};
   unsigned int* const at = asked.data();
-  // clang-format off
-  ResultsExpect(0, {{"no table", VornHostMaskMatch(nullptr, OWN, 0)}, {"no output", VornSubnetMatch(&table, at, 2, nullptr)},
-                    {"choose, no table", VornSubnetMatch(nullptr, at, 2, at)}, {"from none", VornSubnetMatch(&table, at, 0, at)},
+  ResultsExpect(0, {{"no table", VornHostMaskMatch(nullptr, OWN, 0)},
+                    {"no output", VornSubnetMatch(&table, at, 2, nullptr)},
+                    {"choose, no table", VornSubnetMatch(nullptr, at, 2, at)},
+                    {"from none", VornSubnetMatch(&table, at, 0, at)},
                     {"from fewer", VornSubnetMatch(&table, at, -1, at)},
                     {"prune, no table", VornSubnetMatch(nullptr, nullptr, 0, nullptr)}});
-  // clang-format on
   EXPECT_EQ(VornSubnetMatch(&table, at, 2, at), 1);  // into the place of the addresses
   EXPECT_EQ(asked[0], OWN);
   VORNSubnetMatchChecker checker(OWN);
@@ -141,9 +141,10 @@ TEST_F(HostMask, ListsNameOneHostByACommonAddressOrAsTheLocalHost) {
             const bool counts = ip != LOOPBACK || local == OWN || loopback == LOOPBACK;
             return counts && std::ranges::count(b, ip) > 0;
           };
-          const int countA = int(a.size()), countB = int(b.size());
-          EXPECT_EQ(VornHostKeyMatch(countA, a.data(), countB, b.data(), local, loopback),
-                    std::ranges::any_of(a, isCommon));
+          EXPECT_EQ(
+              VornHostKeyMatch(int(a.size()), a.data(), int(b.size()), b.data(), local, loopback),
+              std::ranges::any_of(a, isCommon))
+              << testing::PrintToString(std::tie(a, b, local, loopback));
         }
   unsigned int list[] = {LOOPBACK, 2};
   ResultsExpect(0, {{"fewer a", VornHostKeyMatch(-1, list, 2, list, OWN, LOOPBACK)},

@@ -47,11 +47,12 @@ TEST_F(Endpoint, WithoutMemoryOrSocketHoldsNothingAndRefusesEverything) {
       return 1;
     CallsDrain();
     VORNMulticastProperties multicast{1, 1, 1};
-    // clang-format off
-    ResultsExpect(0, {{"send", dgram.SendTo(nullptr, nullptr)}, {"receive", dgram.RecvMulticastInitialize(1)},
-                      {"multicast", dgram.SendMulticastInitialize(&multicast, 1)}, {"add", dgram.RecvMulticastAdd(GROUP)},
-                      {"remove", dgram.RecvMulticastRemove(GROUP)}, {"join", dgram.RecvMulticastGroupJoin(GROUP)}});
-    // clang-format on
+    ResultsExpect(0, {{"send", dgram.SendTo(nullptr, nullptr)},
+                      {"receive", dgram.RecvMulticastInitialize(1)},
+                      {"multicast", dgram.SendMulticastInitialize(&multicast, 1)},
+                      {"add", dgram.RecvMulticastAdd(GROUP)},
+                      {"remove", dgram.RecvMulticastRemove(GROUP)},
+                      {"join", dgram.RecvMulticastGroupJoin(GROUP)}});
     KELNtpTime wait;
     EXPECT_EQ(dgram.HasDataWithSleep(&wait), -1);
     EXPECT_EQ(errno, EBADF);
@@ -114,17 +115,17 @@ TEST_F(Endpoint, WaitsWithOneSelectForReadingAlone) {
 }
 
 TEST_F(Endpoint, BindsTheMulticastPortItIsAskedFor) {
-  const auto expect = [](int error, int port, const std::string& calls, const Message& message) {
-    MessagesExpect({message}, [&] {
+  const auto expect = [](int error, int port, int bound, const char* calls, const Message& text) {
+    MessagesExpect({text}, [&] {
       VORNDGram dgram(1, 0, nullptr, -1);
       Script().optionErrno[KEL_DGRAM_OPT_REUSEADDR] = {error};
-      EXPECT_EQ(dgram.RecvMulticastInitialize(port), message.level * port);
-      EXPECT_EQ(CallsDrain(), "KelDGramInitialize; REUSEADDR 1" + calls);
+      EXPECT_EQ(dgram.RecvMulticastInitialize(port), bound) << port;
+      EXPECT_EQ(CallsDrain(), std::string("KelDGramInitialize; REUSEADDR 1") + calls);
     });
   };
-  expect(0, 7400, "; bind 0 7400", {1, "VORN: Multicast Port specified 7400\n"});
-  expect(0, 0, "; bind 0 0", {0, "VORN: Unable to bind to multicast port 0\n"});
-  expect(EPERM, 7400, "", {0, "VORN: Unable to reuse addr\n"});
+  expect(0, 7400, 7400, "; bind 0 7400", {1, "VORN: Multicast Port specified 7400\n"});
+  expect(0, 0, 0, "; bind 0 0", {0, "VORN: Unable to bind to multicast port 0\n"});
+  expect(EPERM, 7400, 0, "", {0, "VORN: Unable to reuse addr\n"});
 }
 
 const std::vector<ScriptedInterface> FOUR{
@@ -174,22 +175,23 @@ TEST_F(Endpoint, CountsNoJoinThatFails) {
   const std::string failed = "VORN: unable to add multicast address 239.1.1.1 on interface ";
   const std::string first = "ADD_MEMBERSHIP 239.1.1.1 10.0.0.1",
                     both = first + "; ADD_MEMBERSHIP 239.1.1.1 0.0.0.3";
-  // clang-format off
-  const struct { std::vector<int> errors; int joined; std::string calls; std::vector<Message> messages; } rows[] = {
-      {{EADDRINUSE, EADDRINUSE}, 1, both, {}},
-      {{ENOBUFS}, 0, first, {{0, failed + "10.0.0.1\n"}, {1, "VORN: socket error 105\n"}}},
-      {{0, ENODEV}, 0, both, {{0, failed + "0.0.0.3\n"}, {1, "VORN: socket error 19\n"}}}};  // the first stays joined
-  // clang-format on
   const InterfaceTable table(FOUR);
-  for (const auto& row : rows)
-    MessagesExpect(row.messages, [&row] {
+  const auto expect = [](const std::vector<int>& errors, int joined, const std::string& calls,
+                         const std::vector<Message>& messages) {
+    SCOPED_TRACE(testing::PrintToString(errors));
+    MessagesExpect(messages, [&] {
       VORNDGram dgram(1, 0, nullptr, -1);
-      Script().optionErrno[KEL_DGRAM_OPT_ADD_MEMBERSHIP] = row.errors;
+      Script().optionErrno[KEL_DGRAM_OPT_ADD_MEMBERSHIP] = errors;
       CallsDrain();
-      EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), row.joined);
-      EXPECT_EQ(CallsDrain(), row.calls);
-      EXPECT_EQ(dgram.RecvMulticastGroupLeave(GROUP), row.joined);
+      EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), joined);
+      EXPECT_EQ(CallsDrain(), calls);
+      EXPECT_EQ(dgram.RecvMulticastGroupLeave(GROUP), joined);
     });
+  };
+  expect({EADDRINUSE, EADDRINUSE}, 1, both, {});
+  expect({ENOBUFS}, 0, first, {{0, failed + "10.0.0.1\n"}, {1, "VORN: socket error 105\n"}});
+  // The first stays joined.
+  expect({0, ENODEV}, 0, both, {{0, failed + "0.0.0.3\n"}, {1, "VORN: socket error 19\n"}});
 }
 
 TEST_F(Endpoint, JoinsNothingWithoutInterfaces) {

@@ -82,6 +82,7 @@ TEST_F(Window, AgreesWithAModelAtEverySize) {
 
     Model model(bitmap);
     const int k = pick(size + 3) - 2;
+    SCOPED_TRACE(testing::Message() << round << ' ' << operation << ' ' << k);
     const SequenceNumber sn = bitmap.lead + k;
     const bool inRange = k >= 0 && k < size;
     int bit = 7;
@@ -92,7 +93,7 @@ TEST_F(Window, AgreesWithAModelAtEverySize) {
     for (const int wanted : {0, 1, 2, -1}) {
       const bool searched = inRange || (k == 0 && size == 0);
       SequenceNumber found = sn;  // searched from and stored to alike
-      EXPECT_EQ(bitmap.BitFirstGet(found, wanted, &found), searched);
+      EXPECT_EQ(bitmap.BitFirstGet(found, wanted, &found), searched) << wanted;
       EXPECT_EQ(found.IntegerGet() - model.lead, searched ? model.First(k, wanted) : 0);
       EXPECT_EQ(bitmap.Has(wanted), model.First(0, wanted != 0) < size);
     }
@@ -123,7 +124,7 @@ TEST_F(Window, AgreesWithAModelAtEverySize) {
       bitmap.Invert();
       std::transform(model.At(0), model.At(model.End()), model.At(0), std::logical_not());
     }
-    ASSERT_EQ(Model(bitmap), model) << round << ' ' << operation << ' ' << k;
+    ASSERT_EQ(Model(bitmap), model);
   }
 }
 
@@ -144,23 +145,22 @@ TEST_F(Window, FillsWholeWordsUpToItsCapacityAndMovesAtMost2147483647AtATime) {
   EXPECT_EQ(bitmap.lead, SequenceNumber(0, INT_MAX));
   // The range of numbers ends within this one; a negative size reaches round from the least one.
   Bitmap beyond(9, SequenceNumber::FromInteger(INT64_MAX - 8), 1), least(-5, {INT_MIN, 0}, 0);
-  // clang-format off
-  ResultsExpect(0, {{"set", beyond.BitSet(beyond.lead, 0)}, {"truncate", beyond.Truncate(beyond.lead)},
+  ResultsExpect(0, {{"set", beyond.BitSet(beyond.lead, 0)},
+                    {"truncate", beyond.Truncate(beyond.lead)},
                     {"first", beyond.BitFirstGet(beyond.lead, 1, &bitmap.lead)},
                     {"set after the least", least.BitSet(least.lead + 100000, 1)},
                     {"truncate", least.Truncate(SequenceNumber(5))}});
-  // clang-format on
 }
 
 TEST_F(Window, KeepsNegativeArgumentsButNoBits) {
-  // clang-format off
   for (const int size : {-1, INT_MIN}) {
     Bitmap bitmap(size, SequenceNumber(5), 1);
     int bit = 0;
-    ResultsExpect(0, {{"get", bitmap.BitGet(bitmap.lead, &bit)}, {"has 0", bitmap.Has(0)}, {"has 1", bitmap.Has(1)},
+    ResultsExpect(0, {{"get", bitmap.BitGet(bitmap.lead, &bit)},
+                      {"has 0", bitmap.Has(0)},
+                      {"has 1", bitmap.Has(1)},
                       {"negative lead", bitmap.Init(SequenceNumber(-1), 3, 1)},
                       {"and size", bitmap.Init(SequenceNumber(1), -3, 1)}});
-    // clang-format on
     bitmap.CompressTrailingOnes();
     bitmap.Invert();
     EXPECT_EQ(Text(bitmap), "(0,5)size " + std::to_string(size) + " ");

@@ -94,10 +94,9 @@ TEST(WireForm, ElementSizesAreWhatAnElementTakes) {
 
 TEST(WireForm, ABitmapRefusesSizesItCannotHold) {
   for (const int size : {257, -1, INT_MAX, INT_MIN}) {
+    SCOPED_TRACE(size);
     Bitmap window(40, SequenceNumber(5), 1);
-    std::uint32_t words[] = {0, 7, static_cast<std::uint32_t>(size), 0};
-    for (std::uint32_t& word : words)
-      word = htole32(word);
+    std::uint32_t words[] = {0, htole32(7), htole32(static_cast<std::uint32_t>(size)), 0};
     VORNCDRStream stream{VORN_CDR_LITTLE_ENDIAN, reinterpret_cast<char*>(words), 16, 0};
     EXPECT_EQ(window.Deserialize(&stream), 0);
     EXPECT_EQ(window.size, 0);

@@ -43,6 +43,7 @@ struct Manager : VORNEventManager {
 
 TEST_F(Events, ArmFireAndMoveTheirDeadlinesAsAModelDoes) {
   for (int round = 0; round < 3000; ++round) {
+    SCOPED_TRACE(round);
     const int id = Pick(9) - 5, mode = Pick(4) - 1;
     const Time start = TimePick();
     Time period = TimePick();
@@ -55,21 +56,21 @@ TEST_F(Events, ArmFireAndMoveTheirDeadlinesAsAModelDoes) {
       const int operation = Pick(3), restart = Pick(3);
       bool accepted = enabled && Joined(now) >= deadline;
       if (operation == 0) {
-        EXPECT_EQ(event.Fired(now), accepted);
+        EXPECT_EQ(event.Fired(now), accepted) << step;
       } else if (operation == 1) {
         accepted = now.sec >= 0;
         enabled = enabled || accepted;
-        EXPECT_EQ(event.Enable(now), accepted);
+        EXPECT_EQ(event.Enable(now), accepted) << step;
       } else {
         accepted = Joined(next) > 0 && Joined(now) > 0;
         period = accepted ? next : period;
-        EXPECT_EQ(event.PeriodSet(next, now, restart), accepted);
+        EXPECT_EQ(event.PeriodSet(next, now, restart), accepted) << step;
       }
       const std::int64_t candidate = Joined(now + period);
       if (accepted && (operation != 2 || restart != 0 || candidate < deadline))
         deadline = candidate;
-      EXPECT_EQ(Joined(event.DeadlineGet()), enabled ? deadline : NEVER);
-      EXPECT_EQ(event.IsValid(), deadline >= 0 && period.sec >= 0);
+      EXPECT_EQ(Joined(event.DeadlineGet()), enabled ? deadline : NEVER) << step;
+      EXPECT_EQ(event.IsValid(), std::min(deadline, Joined(period)) >= 0) << step;
     }
   }
 }
@@ -114,6 +115,7 @@ TEST_F(Events, AreRefusedByAManagerWithoutATable) {
 
 TEST_F(Events, EndASleepAtTheEarliestEnabledDeadlineWithinTheMaximum) {
   for (int round = 0; round < 4000; ++round) {
+    SCOPED_TRACE(round);
     const int size = Pick(5), maximum = Pick(4);
     VORNEventManager manager(size, maximum, 1);
     std::int64_t earliest = NEVER;
