@@ -71,10 +71,12 @@ TEST_F(Addresses, HaveTextsThatFitTheirBuffers) {
 TEST_F(Addresses, WaitInWholeSeconds) {
   EXPECT_EQ(NETOSSelectTimeout({0, 2144}), 0);
   EXPECT_EQ(NETOSSelectTimeout({0, 2145}), 1);
+  EXPECT_EQ(NETOSSelectTimeout({2, 0xE6666666}), 2);
   EXPECT_EQ(NETOSSelectTimeout({3, 0xFFFFF796}), 3);
   EXPECT_EQ(NETOSSelectTimeout({3, 0xFFFFF797}), 4);
   EXPECT_EQ(NETOSSelectTimeout({-1, UINT32_MAX}), 0);
   EXPECT_EQ(NETOSSelectTimeout({-2, 0x80000000}), -2);
+  EXPECT_EQ(NETOSSelectTimeout({INT32_MAX, UINT32_MAX}), INT32_MAX);
 }
 
 }  // namespace

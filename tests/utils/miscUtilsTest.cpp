@@ -13,6 +13,7 @@ using Utils = Scripted;
 TEST_F(Utils, TextsAndSizes) {
   char buffer[10];
   EXPECT_STREQ(VornVersionNumberToString(0x030100FF, buffer), "3.1a");
+  EXPECT_STREQ(VornVersionNumberToString(0x04000200, buffer), "4.0c");
   EXPECT_STREQ(VornVersionNumberToString(INT_MIN | 0x00FF0900, buffer), "-128.255j");
   EXPECT_STREQ(FastModeToString(-1), "fast mode");
   EXPECT_STREQ(FastModeToString(0), "slow mode");
@@ -56,20 +57,24 @@ TEST_F(Utils, RandomNumbersReachBothBoundsAndRepeatWithTheirSeed) {
 }
 
 TEST_F(Utils, EveryPriorityIsAskedForAndEachRefusalPrinted) {
-  const std::string said = "VORNThread: Unsupported priority ";
-  const auto expect = [](const std::set<int>& refused, int isValid, const std::string& text) {
-    MessagesExpect({{0, text}}, [&] {
+  const auto expect = [](const std::set<int>& refused, const std::string& text) {
+    const std::string said = "VORNThread: Unsupported priority ";
+    MessagesExpect({{0, refused.empty() ? "" : said + text}}, [&] {
       Script().refusedPriorities = refused;
-      EXPECT_EQ(VORNThreadInfo().PriorityIsValid(), isValid) << text;
+      EXPECT_EQ(VORNThreadInfo().PriorityIsValid(), refused.empty() ? 1 : 0) << text;
       EXPECT_EQ(CallsDrain(), "priority 72 3; priority 71 3; priority 70 3; priority 68 3; "
                               "priority 67 3; priority 41 3; priority 40 3");
     });
   };
-  expect({}, 1, "");
-  expect({71}, 0, said + "PSECOND");
-  expect({72, 71, 70, 68, 67, 41, 40}, 0,
-         said + "PFIRST" + said + "PSECOND" + said + "PTHIRD" + said + "PFOURTH" + said + "PFIFTH" +
-             said + "PSIXTH" + said + "PSEVENTH");
+  expect({}, "none");
+  expect({72}, "PFIRST");
+  expect({71}, "PSECOND");
+  expect({70}, "PTHIRD");
+  expect({68}, "PFOURTH");
+  expect({67}, "PFIFTH");
+  expect({41}, "PSIXTH");
+  expect({40}, "PSEVENTH");
+  expect({72, 40}, "PFIRSTVORNThread: Unsupported priority PSEVENTH");
 }
 
 }  // namespace
