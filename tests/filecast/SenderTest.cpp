@@ -96,7 +96,12 @@ TEST(SendScheduleTest, KeepsReceiversApartAndGivesUpTheSilent) {
   EXPECT_EQ(sender.CountIn(FAILED), 1);
   EXPECT_EQ(sender.PeersGet()[0].reason, ExitCode::DISK_FULL);
   // clang-format off
-  const struct { std::uint32_t heard; int second, lost; } rows[] = {{2, 1, 0}, {3, 2, 0}, {3, 3, 61}, {4, 3, 60}};
+  const struct { std::uint32_t heard; int second, lost; } rows[] = {
+      {2, 1, 0},
+      {3, 2, 0},
+      {3, 3, 61},
+      {4, 3, 60},
+  };
   // clang-format on
   for (const auto& row : rows) {
     SCOPED_TRACE(row.second);

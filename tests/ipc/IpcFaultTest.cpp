@@ -371,12 +371,9 @@ TEST_F(IpcFault, OpenerThatLostItsQueueFindsTheNextOneAndGivesUpWhatALoneThreadD
 // Another thread is in the middle of a send. If the mutex cannot be removed nothing wakes it, and
 // `Destroy` does not wait; if somebody else has removed it, it does.
 TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
-  const struct {
-    int error;  // of the mutex's removal
-    bool waits;
-  } rows[] = {{EPERM, false}, {EACCES, false}, {EINVAL, true}, {EIDRM, true}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::strerror(row.error));
+  for (const int error : {EPERM, EACCES, EINVAL, EIDRM}) {  // of the mutex's removal
+    SCOPED_TRACE(std::strerror(error));
+    const bool waits = error == EINVAL || error == EIDRM;
     HostPrepare(QUEUE);
     opener.reset();
     const int mutex = creator->_mutexId;
@@ -384,21 +381,21 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
     int sent = 1;
     std::thread sender([&] { sent = creator->Send("ab", 2); });
     ASSERT_TRUE(WaiterAwait(mutex));
-    Ipc().error = row.error;
+    Ipc().error = error;
     const std::string removal = "semctl IPC_RMID " + std::to_string(mutex) + " 0";
     Ipc().fails = [&](const std::string& call) { return call == removal; };
     std::thread giver([&] {
       usleep(20000);  // the time that a fault has to show
-      if (row.waits)
+      if (waits)
         NamedMutexGive(mutex);
     });
-    const auto end = [&row] {
+    const auto end = [waits] {
       creator->Destroy();
-      EXPECT_EQ(Ipc().attached, row.waits ? 0 : 1);
+      EXPECT_EQ(Ipc().attached, waits ? 0 : 1);
     };
     std::thread others[] = {std::thread(end), std::thread(end)};
     end();
-    EXPECT_EQ(HostText(), row.waits ? "1/0" : "1/1");
+    EXPECT_EQ(HostText(), waits ? "1/0" : "1/1");
     for (std::thread& other : others)
       other.join();
     giver.join();
@@ -413,8 +410,11 @@ TEST_F(IpcFault, NothingIsUnmappedUnderASendThatDestroyCannotEnd) {
 TEST_F(IpcFault, NothingIsUnmappedUnderASendWhoseAttachmentIsReplaced) {
   // clang-format off
   const struct { const char* name; bool isReceived, isRemoved; int times, attached; } rows[] = {
-      {"by the same segment", true, false, 1, 3}, {"nobody receives", false, false, 1, 3},
-      {"more often than kept", true, true, 65, 67}, {"none is kept", false, true, 65, 3}};
+      {"by the same segment", true, false, 1, 3},
+      {"nobody receives", false, false, 1, 3},
+      {"more often than kept", true, true, 65, 67},
+      {"none is kept", false, true, 65, 3},
+  };
   // clang-format on
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);

@@ -77,10 +77,14 @@ void MessagesMove(Queue& queue, const ShmMsgQHeader& header, int length) {
 }  // namespace
 
 TEST_F(QueueRing, ObjectsHaveTheAgreedKeysModesAndSizes) {
-  const struct {
-    int id;
-    unsigned int key;
-  } rows[] = {{0, 0xABBD0000}, {1, 0xABBD0002}, {-1, 0xABBCFFFE}, {0x40000000, 0x2BBD0000}};
+  // clang-format off
+  const struct { int id; unsigned int key; } rows[] = {
+      {0, 0xABBD0000},
+      {1, 0xABBD0002},
+      {-1, 0xABBCFFFE},
+      {0x40000000, 0x2BBD0000},
+  };
+  // clang-format on
   for (const auto& row : rows) {
     SCOPED_TRACE(row.id);
     const OwnQueue queue(1, row.id, 16);
@@ -139,12 +143,19 @@ TEST_F(QueueRing, RecvPassesTheLengthCopiesAndPassesThePayload) {
 
 TEST_F(QueueRing, DamagedLengthOfTheSegmentIsNotBelieved) {
   const OwnQueue creator(1, 1, 16);
-  const struct {
-    unsigned int word;
-    int capacity;  // 0: refused
-    unsigned int copied;
-  } rows[] = {{0, 0, 0},   {8, 0, 8},     {9, 1, 9},        {25, 17, 25},
-              {26, 0, 25}, {4092, 0, 25}, {INT_MAX, 0, 25}, {UINT_MAX, 0, 25}};
+  // A queue of capacity 0 is refused.
+  // clang-format off
+  const struct { unsigned int word; int capacity; unsigned int copied; } rows[] = {
+      {0, 0, 0},
+      {8, 0, 8},
+      {9, 1, 9},
+      {25, 17, 25},
+      {26, 0, 25},
+      {4092, 0, 25},
+      {INT_MAX, 0, 25},
+      {UINT_MAX, 0, 25},
+  };
+  // clang-format on
   for (const auto& row : rows) {
     SCOPED_TRACE(row.word);
     std::memcpy(creator._shm->base, &row.word, 4);
