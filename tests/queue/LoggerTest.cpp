@@ -134,10 +134,13 @@ TEST_F(Logger, SensorTellsAFullQueueFromNoLoggerAndFindsTheNextOne) {
   Program sensor(SENSE + "--sensor 3 --period 1");
   sensor.Says("sensor 3: no logger on queue 7");
   Program logger(LOG + "--size 60");
-  sensor.Says("sensor 3: queue 7 takes readings again");
   logger.Says("sensor 3: new");
   logger.Signal(SIGSTOP);
   sensor.Says("sensor 3: queue 7 is full");
+  logger.Signal(SIGCONT);
+  sensor.Says("sensor 3: queue 7 takes readings again");
+  logger.Signal(SIGSTOP);
+  EXPECT_TRUE(Await([] { return Queue(1, DEFAULT_QUEUE_ID).SpaceGet() < READING_SIZE + 4; }));
   sensor.Expect(3, "readings sent", SIGTERM);
   logger.Signal(SIGTERM);
   logger.Expect(0, " of 1 sensors", SIGCONT);  // the message that ends it has waited for room
