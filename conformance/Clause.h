@@ -28,6 +28,7 @@ Clauses LockClauses();
 Clauses DebugPrintClauses();
 Clauses AddressClauses();
 Clauses DGramClauses();
+Clauses OptionClauses();
 Clauses StreamClauses();
 Clauses ListClauses();
 Clauses TableClauses();

@@ -1,90 +1,16 @@
 // The library opens, closes and uses the socket through these operations only, with two exceptions:
 // it waits for data with `select` on the descriptor, and it puts a descriptor that a program gives
-// it into the socket record. Datagrams go to 127.0.0.1; multicast stays in a network namespace.
+// it into the socket record. Datagrams go to 127.0.0.1.
 
-#include "Clause.h"
-#include "LayerObjects.h"
+#include "Socket.h"
 
-#include "platform/KelDGram.h"
-
-#include <cerrno>
-#include <cstring>
-
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr unsigned int LOOPBACK = 0x7F000001, GROUP = 0xEF010203;
-
-// An object in place, as an endpoint of the library has it.
-struct Socket {
-  KELDGram dgram;
-  Socket() {
-    if (KelDGramInitialize(&dgram) == 0)
-      ClauseSkip("KelDGramInitialize gives no socket");
-  }
-  int DescriptorGet() { return dgram.socketGet(&dgram); }
-  int Bind(unsigned int address, int port) { return dgram.bind(&dgram, address, port); }
-  bool Send(unsigned int address, int port, std::string text) {
-    return dgram.sendTo(&dgram, AddressNew(address, port), text.data(),
-                        static_cast<int>(text.size())) != 0;
-  }
-  template <typename Value> int OptionSet(int code, Value value) {
-    return dgram.optionSet(&dgram, code, &value, sizeof value);
-  }
-  int MembershipSet(int code) {
-    return OptionSet(code, ip_mreq{{htonl(GROUP)}, {htonl(LOOPBACK)}});
-  }
-};
-
 bool IsOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
-
-sockaddr_in NameGet(int descriptor) {
-  sockaddr_in name{};
-  socklen_t size = sizeof name;
-  ClauseRequire("the socket's name",
-                getsockname(descriptor, reinterpret_cast<sockaddr*>(&name), &size) == 0);
-  return name;
-}
-
-int PortGet(int descriptor) { return ntohs(NameGet(descriptor).sin_port); }
-
-template <typename Value> Value OptionGet(int descriptor, int level, int name) {
-  Value value{};
-  socklen_t size = sizeof value;
-  ClauseRequire("the socket's option", getsockopt(descriptor, level, name, &value, &size) == 0);
-  return value;
-}
-
-// Whether no datagram comes, although it has time to.
-bool NoneIsReceived(int descriptor) {
-  pollfd wait{descriptor, POLLIN, 0};
-  return poll(&wait, 1, 200) == 0;
-}
-
-// The next datagram, or "none" if none comes.
-std::string Received(int descriptor, int* port = nullptr) {
-  if (!DatagramAwait(descriptor))
-    return "none";
-  std::string text(70000, '\0');
-  sockaddr_in from{};
-  socklen_t size = sizeof from;
-  const ssize_t length =
-      recvfrom(descriptor, text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&from), &size);
-  text.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-  if (port != nullptr)
-    *port = ntohs(from.sin_port);
-  return text;
-}
 
 bool StartMayBeRepeated() {
   KelNetioInit();
@@ -162,14 +88,6 @@ bool ReleaseIgnoresWhatHoldsNothing() {
   return true;
 }
 
-// One that the layer knows nothing of.
-int SystemSocketGet() {
-  const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
-  if (descriptor == -1)
-    ClauseSkip("the system gives no socket");
-  return descriptor;
-}
-
 // As an endpoint does with the descriptor that a program gives to its constructor.
 int DescriptorExchange(Socket* socket) {
   const int other = SystemSocketGet();
@@ -202,14 +120,6 @@ bool ExchangedDescriptorIsUsed() {
   ClauseRequire("the datagram", Received(receiver.DescriptorGet(), &from) == "text");
   ClauseRequire("its source", from == own);
   return true;
-}
-
-// Binds to a port that the system chooses.
-int PortTake(Socket* socket, unsigned int address) {
-  const int port = socket->Bind(address, 0);
-  ClauseRequire("a chosen port", port > 0);
-  ClauseRequire("the socket's own port", PortGet(socket->DescriptorGet()) == port);
-  return port;
 }
 
 bool ChosenPortIsTold() {
@@ -279,130 +189,6 @@ bool RefusedSendIsTold() {
   return !sender.Send(LOOPBACK, port, std::string(66000, 'x'));
 }
 
-bool PortIsShared() {
-  Socket first, second;
-  for (Socket* socket : {&first, &second})
-    ClauseRequire("the result", socket->OptionSet(KEL_DGRAM_OPT_REUSEADDR, 1) == 0);
-  const int port = PortTake(&first, 0);
-  ClauseRequire("the result of the second bind", second.Bind(0, port) == port);
-  ClauseRequire("the second socket's port", PortGet(second.DescriptorGet()) == port);
-  return true;
-}
-
-// The kernel makes a number of its own of some values. It makes the same of them on a socket that
-// the layer knows nothing of.
-template <int code, int name, int... values> bool IntegerIsSet() {
-  Socket socket;
-  const int descriptor = socket.DescriptorGet(), other = SystemSocketGet();
-  for (const int value : {values...}) {
-    if (setsockopt(other, SOL_SOCKET, name, &value, sizeof value) != 0)
-      ClauseSkip("the system does not set the option");
-    const int expected = OptionGet<int>(other, SOL_SOCKET, name);
-    const std::string row = " for " + std::to_string(value);
-    ClauseRequire("the result" + row, socket.OptionSet(code, value) == 0);
-    ClauseRequire("the value" + row, OptionGet<int>(descriptor, SOL_SOCKET, name) == expected);
-  }
-  return true;
-}
-
-// Alone with a loopback interface: whatever is joined or sent to a group stays there.
-void NamespaceEnter() {
-  if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
-    ClauseSkip(std::string("no network namespace of its own: ") + std::strerror(errno));
-  ifreq request{};
-  std::strcpy(request.ifr_name, "lo");
-  request.ifr_flags = IFF_UP | IFF_RUNNING;
-  if (ioctl(SystemSocketGet(), SIOCSIFFLAGS, &request) != 0)
-    ClauseSkip("the namespace's loopback interface does not come up");
-}
-
-bool TTLIsSet() {
-  NamespaceEnter();
-  Socket socket;
-  ClauseRequire("the result", socket.OptionSet<unsigned char>(KEL_DGRAM_OPT_MULTICAST_TTL, 7) == 0);
-  ClauseRequire("the value",
-                OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_TTL) == 7);
-  return true;
-}
-
-bool LoopIsSet() {
-  NamespaceEnter();
-  Socket socket;
-  ClauseRequire("the result",
-                socket.OptionSet<unsigned char>(KEL_DGRAM_OPT_MULTICAST_LOOP, 0) == 0);
-  ClauseRequire("the value",
-                OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_LOOP) == 0);
-  return true;
-}
-
-bool InterfaceIsSet() {
-  NamespaceEnter();
-  Socket socket;
-  ClauseRequire("the result",
-                socket.OptionSet(KEL_DGRAM_OPT_MULTICAST_IF, in_addr{htonl(LOOPBACK)}) == 0);
-  const auto interface = OptionGet<in_addr>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_IF);
-  ClauseRequire("the value", interface.s_addr == htonl(LOOPBACK));
-  return true;
-}
-
-// Two sockets on one port, of which one joins the group, and a third one that sends to the group.
-struct GroupHost {
-  Socket joined, other, sender;
-  int port = 0;
-  GroupHost() {
-    for (Socket* socket : {&joined, &other})
-      socket->OptionSet(KEL_DGRAM_OPT_REUSEADDR, 1);
-    port = joined.Bind(0, 0);
-    other.Bind(0, port);
-    sender.OptionSet(KEL_DGRAM_OPT_MULTICAST_IF, in_addr{htonl(LOOPBACK)});
-  }
-  void Send() { ClauseRequire("a datagram to the group", sender.Send(GROUP, port, "group")); }
-  bool MemberHears() { return Received(joined.DescriptorGet()) == "group"; }
-};
-
-bool GroupIsJoined() {
-  NamespaceEnter();
-  GroupHost host;
-  ClauseRequire("the result", host.joined.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP) == 0);
-  host.Send();
-  ClauseRequire("what the member hears", host.MemberHears());
-  return true;
-}
-
-bool GroupIsHeardByItsMembersOnly() {
-  NamespaceEnter();
-  GroupHost host;
-  host.joined.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP);
-  host.Send();
-  ClauseRequire("what the member hears", host.MemberHears());
-  ClauseRequire("the other socket's port", PortGet(host.other.DescriptorGet()) == host.port);
-  ClauseRequire("what the other socket hears", NoneIsReceived(host.other.DescriptorGet()));
-  return true;
-}
-
-// The library takes this error for success: two records of the interface table can be one device.
-bool SecondJoinHasItsError() {
-  NamespaceEnter();
-  Socket socket;
-  socket.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP);
-  errno = 0;
-  ClauseRequire("the result", socket.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP) != 0);
-  ClauseRequire("errno", errno == EADDRINUSE);
-  return true;
-}
-
-bool GroupIsLeft() {
-  NamespaceEnter();
-  GroupHost host;
-  host.joined.MembershipSet(KEL_DGRAM_OPT_ADD_MEMBERSHIP);
-  host.Send();
-  ClauseRequire("what the member hears before", host.MemberHears());
-  ClauseRequire("the result", host.joined.MembershipSet(KEL_DGRAM_OPT_DROP_MEMBERSHIP) == 0);
-  host.Send();
-  ClauseRequire("what it hears then", NoneIsReceived(host.joined.DescriptorGet()));
-  return true;
-}
-
 }  // namespace
 
 Clauses DGramClauses() {
@@ -435,22 +221,5 @@ Clauses DGramClauses() {
       {"KELDGram::sendTo", "uses a descriptor that was put into the record",
        ExchangedDescriptorIsUsed},
       {"KELDGram::sendTo", "returns 0 for what the system refuses", RefusedSendIsTold},
-      {"KELDGram::optionSet", "REUSEADDR: two sockets share a port", PortIsShared},
-      {"KELDGram::optionSet", "SNDBUF: bytes",
-       IntegerIsSet<KEL_DGRAM_OPT_SNDBUF, SO_SNDBUF, 20000, 30000>},
-      {"KELDGram::optionSet", "RCVBUF: bytes",
-       IntegerIsSet<KEL_DGRAM_OPT_RCVBUF, SO_RCVBUF, 20000, 30000>},
-      {"KELDGram::optionSet", "BROADCAST: a number that is not 0",
-       IntegerIsSet<KEL_DGRAM_OPT_BROADCAST, SO_BROADCAST, 1>},
-      {"KELDGram::optionSet", "MULTICAST_TTL: one byte", TTLIsSet},
-      {"KELDGram::optionSet", "MULTICAST_LOOP: one byte", LoopIsSet},
-      {"KELDGram::optionSet", "MULTICAST_IF: an address in network byte order", InterfaceIsSet},
-      {"KELDGram::optionSet", "ADD_MEMBERSHIP: group and interface, in network byte order",
-       GroupIsJoined},
-      {"KELDGram::optionSet", "ADD_MEMBERSHIP: other sockets of the port hear nothing of the group",
-       GroupIsHeardByItsMembersOnly},
-      {"KELDGram::optionSet", "ADD_MEMBERSHIP: fails with EADDRINUSE for a group joined there",
-       SecondJoinHasItsError},
-      {"KELDGram::optionSet", "DROP_MEMBERSHIP: the group is heard no more", GroupIsLeft},
   };
 }

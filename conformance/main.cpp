@@ -90,10 +90,11 @@ int ClausesRun(const Clauses& clauses) {
 
 Clauses EveryClauseGet() {
   Clauses every;
-  for (const Clauses& part : {ClockClauses(), LockClauses(), DebugPrintClauses(), AddressClauses(),
-                              DGramClauses(), StreamClauses(), ListClauses(), TableClauses(),
+  for (const Clauses& part :
+       {ClockClauses(), LockClauses(), DebugPrintClauses(), AddressClauses(), DGramClauses(),
+        OptionClauses(), StreamClauses(), ListClauses(), TableClauses(),
 #ifdef VORN_CONFORMANCE_PROGRAMS
-                              ProgramClauses()
+        ProgramClauses()
 #endif
        })
     every.insert(every.end(), part.begin(), part.end());
