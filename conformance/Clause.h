@@ -34,6 +34,7 @@ Clauses ListClauses();
 Clauses TableClauses();
 /// What the headers promise beyond that, to programs. The library calls none of it.
 Clauses ProgramClauses();
+Clauses ProgramContainerClauses();
 
 /// Ends the check of a clause that cannot be checked here, and says why.
 [[noreturn]] void ClauseSkip(const std::string& reason);

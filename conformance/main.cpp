@@ -94,7 +94,7 @@ Clauses EveryClauseGet() {
        {ClockClauses(), LockClauses(), DebugPrintClauses(), AddressClauses(), DGramClauses(),
         OptionClauses(), StreamClauses(), ListClauses(), TableClauses(),
 #ifdef VORN_CONFORMANCE_PROGRAMS
-        ProgramClauses()
+        ProgramClauses(), ProgramContainerClauses()
 #endif
        })
     every.insert(every.end(), part.begin(), part.end());
