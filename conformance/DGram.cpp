@@ -78,6 +78,12 @@ bool ReleaseClosesTheSocket() {
   return !IsOpen(descriptor);
 }
 
+// The first socket after that has descriptor 0, which is one like the others.
+bool ReleaseClosesDescriptorZero() {
+  close(STDIN_FILENO);
+  return ReleaseClosesTheSocket();
+}
+
 bool ReleaseIgnoresWhatHoldsNothing() {
   KELDGram never;
   KelDGramRelease(&never);
@@ -205,6 +211,8 @@ Clauses DGramClauses() {
       {"KelDGramInitialize", "returns 0 if there is no socket, and the object may be released",
        InitializeTellsThatThereIsNoSocket},
       {"KelDGramRelease", "closes the socket", ReleaseClosesTheSocket},
+      {"KelDGramRelease", "closes the socket of a program that has closed its standard input",
+       ReleaseClosesDescriptorZero},
       {"KelDGramRelease", "ignores an object that holds nothing, or nothing any more",
        ReleaseIgnoresWhatHoldsNothing},
       {"KelDGramRelease", "closes a descriptor that was put into the record",

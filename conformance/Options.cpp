@@ -141,6 +141,8 @@ bool GroupIsLeft() {
 Clauses OptionClauses() {
   return {
       {"KELDGram::optionSet", "REUSEADDR: two sockets share a port", PortIsShared},
+      {"KELDGram::optionSet", "REUSEADDR: the option by which other programs share a port as well",
+       IntegerIsSet<KEL_DGRAM_OPT_REUSEADDR, SO_REUSEADDR, 1>},
       {"KELDGram::optionSet", "SNDBUF: bytes",
        IntegerIsSet<KEL_DGRAM_OPT_SNDBUF, SO_SNDBUF, 20000, 30000>},
       {"KELDGram::optionSet", "RCVBUF: bytes",

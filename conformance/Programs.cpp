@@ -96,6 +96,19 @@ bool LongTextIsCut() {
   return true;
 }
 
+void PieceCount(const char* /*text*/, void* pieces) { ++*static_cast<int*>(pieces); }
+
+bool EveryPieceIsHandedOver() {
+  const char* none = nullptr;
+  int pieces = 0;
+  KelDebugSinkSet(PieceCount, &pieces);
+  ClauseRequire("the result for a null format", KelDebugPrint(none, 0) < 0);
+  ClauseRequire("what the sink gets for it", pieces == 0);
+  ClauseRequire("the result for an empty text", KelDebugPrint("%s", "") == 0);
+  ClauseRequire("what the sink gets for it", pieces == 1);
+  return true;
+}
+
 // Two sockets; `near` is bound.
 struct Sockets {
   KELDGram near, far;
@@ -156,6 +169,17 @@ bool CutDatagramHasItsLength() {
   return true;
 }
 
+bool EmptyDatagramIsAnswered() {
+  Pair pair;
+  pair.Receive(nullptr, 8);
+  pair.far.sendTo(&pair.far, &pair.to, pair.text, 0);
+  ClauseRequire("the length", pair.Receive(&pair.from, 8) == 0);
+  ClauseRequire("an answer to its source",
+                pair.near.sendTo(&pair.near, &pair.from, pair.text, 4) == 1);
+  ClauseRequire("the answer's arrival", DatagramAwait(pair.far.socketGet(&pair.far)));
+  return true;
+}
+
 bool NothingToReceiveIsTold() {
   Pair pair;
   errno = 0;
@@ -172,6 +196,8 @@ bool WrongSendIsRefused() {
                 pair.far.sendTo(&pair.far, &none, pair.text, 4) == 0);
   ClauseRequire("a port of 65536 and more", pair.far.sendTo(&pair.far, &beyond, pair.text, 4) == 0);
   ClauseRequire("null", pair.far.sendTo(&pair.far, nullptr, pair.text, 4) == 0);
+  beyond.port = 65535;
+  ClauseRequire("the port 65535", pair.far.sendTo(&pair.far, &beyond, pair.text, 4) == 1);
   return true;
 }
 
@@ -195,11 +221,36 @@ bool ReleasedObjectIsForgotten() {
 
 bool StreamIsLaid() {
   char bytes[8] = "";
-  VORNCDRStream stream, without;
+  VORNCDRStream stream;
   VornCDRStreamInitialize(&stream, bytes, 8, VORN_CDR_LITTLE_ENDIAN);
-  VornCDRStreamInitialize(&without, nullptr, 8, VORN_CDR_LITTLE_ENDIAN);
   ClauseRequire("over a buffer", VornCDR4ByteSerialize(&stream, "abcd") == 1);
-  ClauseRequire("over null", VornCDR4ByteSerialize(&without, "abcd") == 0);
+  for (const bool isNull : {true, false}) {
+    const std::string row = isNull ? " over null" : " over a negative capacity";
+    char item[5] = "item";
+    VornCDRStreamInitialize(&stream, isNull ? nullptr : bytes, isNull ? 8 : -8,
+                            VORN_CDR_LITTLE_ENDIAN);
+    ClauseRequire("an item" + row, VornCDR4ByteSerialize(&stream, item) == 0);
+    ClauseRequire("reading an item" + row, VornCDR4ByteDeserialize(&stream, item) == 0);
+    ClauseRequire("bytes" + row, VornCDROctetsSerialize(&stream, item, 4) == 0);
+    ClauseRequire("reading bytes" + row, VornCDROctetsDeserialize(&stream, item, 4) == 0);
+    ClauseRequire("a position" + row, VornCDRStreamPositionSet(&stream, 1) == 0);
+  }
+  return true;
+}
+
+bool StreamRefusesNull() {
+  char bytes[] = "untouched", item[5] = "item";
+  VORNCDRStream stream;
+  VornCDRStreamInitialize(nullptr, bytes, 8, VORN_CDR_BIG_ENDIAN);
+  VornCDRStreamInitialize(&stream, bytes, 8, VORN_CDR_BIG_ENDIAN);
+  ClauseRequire("no item", VornCDR4ByteSerialize(&stream, nullptr) == 0);
+  ClauseRequire("no place for an item", VornCDR4ByteDeserialize(&stream, nullptr) == 0);
+  ClauseRequire("no bytes", VornCDROctetsSerialize(&stream, nullptr, 1) == 0);
+  ClauseRequire("no place for bytes", VornCDROctetsDeserialize(&stream, nullptr, 1) == 0);
+  ClauseRequire("no stream", VornCDR4ByteSerialize(nullptr, item) == 0);
+  ClauseRequire("no stream to set", VornCDRStreamPositionSet(nullptr, 0) == 0);
+  ClauseRequire("the position", VornCDRStreamPositionGet(&stream) == 0);
+  ClauseRequire("the buffer", std::strcmp(bytes, "untouched") == 0);
   return true;
 }
 
@@ -210,6 +261,9 @@ bool OctetsAreWrittenUnaligned() {
   ClauseRequire("the first three bytes", VornCDROctetsSerialize(&stream, "abc", 3) == 1);
   ClauseRequire("two that just fit", VornCDROctetsSerialize(&stream, "de", 2) == 1);
   ClauseRequire("one that does not fit", VornCDROctetsSerialize(&stream, "f", 1) == 0);
+  ClauseRequire("a negative count", VornCDROctetsSerialize(&stream, "f", -1) == 0);
+  ClauseRequire("none, of null", VornCDROctetsSerialize(&stream, nullptr, 0) == 1);
+  ClauseRequire("the position", VornCDRStreamPositionGet(&stream) == 5);
   ClauseRequire("what was written", std::strcmp(bytes, "abcde") == 0);
   return true;
 }
@@ -222,6 +276,9 @@ bool OctetsAreRead() {
   ClauseRequire("two where one is left", VornCDROctetsDeserialize(&stream, read, 2) == 0);
   ClauseRequire("what was read until then", std::strcmp(read, "abc") == 0);
   ClauseRequire("the last byte", VornCDROctetsDeserialize(&stream, read + 3, 1) == 1);
+  ClauseRequire("a negative count", VornCDROctetsDeserialize(&stream, read, -1) == 0);
+  ClauseRequire("none, to null", VornCDROctetsDeserialize(&stream, nullptr, 0) == 1);
+  ClauseRequire("the position", VornCDRStreamPositionGet(&stream) == 4);
   ClauseRequire("what was read", std::strcmp(read, "abcd") == 0);
   return true;
 }
@@ -252,17 +309,25 @@ Clauses ProgramClauses() {
        StrangerDoesNotGiveTheProcessLock},
       {"KelDebugSinkSet", "the sink gets the text", SinkGetsTheText},
       {"KelDebugPrint", "prints the first 1023 characters of a longer text", LongTextIsCut},
+      {"KelDebugPrint", "hands an empty text over as well, and nothing for a null format",
+       EveryPieceIsHandedOver},
       {"KelNetioAddrInitialize", "stores address and port", AddressIsStored},
       {"KELDGram::sendTo", "asks the operations of an address, not its fields", AddressIsAsked},
-      {"KELDGram::sendTo", "refuses what is no destination", WrongSendIsRefused},
+      {"KELDGram::sendTo", "refuses what is no destination, and takes the greatest port",
+       WrongSendIsRefused},
       {"KELDGram::optionSet", "refuses an unknown code with ENOPROTOOPT", UnknownOptionIsRefused},
       {"KELDGram::receiveFrom", "receives a datagram and its source",
        DatagramIsReceivedWithItsSource},
+      {"KELDGram::receiveFrom", "tells where a datagram without bytes came from",
+       EmptyDatagramIsAnswered},
       {"KELDGram::receiveFrom", "returns the length of a datagram that it cuts",
        CutDatagramHasItsLength},
       {"KELDGram::receiveFrom", "returns -1 with EAGAIN if nothing waits", NothingToReceiveIsTold},
       {"KelDGramRelease", "forgets the operations, and ignores null", ReleasedObjectIsForgotten},
-      {"VornCDRStreamInitialize", "lays a stream; over null, every operation fails", StreamIsLaid},
+      {"VornCDRStreamInitialize",
+       "lays a stream; over null or a negative capacity, every operation fails", StreamIsLaid},
+      {"VornCDRStreamInitialize", "null arguments are refused, by every operation of a stream",
+       StreamRefusesNull},
       {"VornCDROctetsSerialize", "writes bytes without padding, or nothing",
        OctetsAreWrittenUnaligned},
       {"VornCDROctetsDeserialize", "reads bytes without padding, or nothing", OctetsAreRead},

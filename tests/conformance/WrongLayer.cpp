@@ -80,6 +80,8 @@ static int BytesBehindAMultiple(const VORNCDRStream* stream) {
 }
 WRAPPED("_Z21VornCDR4ByteSerializeP13VORNCDRStreamPKv", int, Serialize, VORNCDRStream* stream,
         const void* item) {
+  if (stream == nullptr)
+    return SerializeReal(stream, item);
   if (IsWrong("padding-skipped"))
     VornCDRStreamPositionSet(stream, (stream->position + 3) & ~3);
   const int bytes = BytesBehindAMultiple(stream);
