@@ -9,12 +9,14 @@ const std::string PAIR = "trap 'kill $P 2>/dev/null' EXIT; cd /; ip link set lo 
                          "F=/proc/sys/net/ipv4/conf/v0/rp_filter;"
                          "ip link add v0 up type veth peer name v1; ip addr add 10.77.1.1/24 dev "
                          "v0; ip link add w0 type veth; ";
-// A second host, $FAR, which has the far end of the pair with address $A.
+// A second host, $FAR, which has the far end of the pair with address $A. The kernel may take a
+// second to tell that the near one has a carrier.
 const std::string FAR_HOST =
     "unshare -n sleep 9 >/dev/null 2>&1 & P=$!; FAR=nsenter\\ --net=/proc/$!/ns/net; "
     "N=0; while ip link show v1 >/dev/null 2>&1 && [ $((N += 1)) -lt 500 ]; do ip link set v1 "
     "netns $! 2>/dev/null; done; "
-    "$FAR ip addr add $A/24 dev v1; $FAR ip link set v1 up; ";
+    "$FAR ip addr add $A/24 dev v1; $FAR ip link set v1 up; "
+    "until ip link show v0 | grep -q 'state UP' || [ $((N += 1)) -gt 999 ]; do :; done; ";
 const std::string FAR_SENDER =
     "A=10.99.0.9; " + FAR_HOST +
     "(until grep -q 4E56FFEF /proc/net/igmp || [ $((N += 1)) -gt 9999 ]; "
