@@ -4,7 +4,17 @@
 #include <csignal>
 #include <thread>
 
+#include <malloc.h>
 #include <poll.h>
+
+#ifdef __GLIBC__
+#if __GLIBC_PREREQ(2, 33)
+#define HOST_TELLS_ITS_MEMORY
+#endif
+#endif
+
+// What a sanitizer that has an allocator of its own tells in the C library's place.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 
 namespace {
 
@@ -12,6 +22,17 @@ constexpr int PAUSE_MILLISECONDS = 40;
 constexpr int PATIENCE_MILLISECONDS = 5000;
 
 extern "C" void NothingDo(int /*signal*/) {}
+
+// Bytes that are allocated now.
+std::size_t MemoryGet() {
+  if (__sanitizer_get_current_allocated_bytes != nullptr)
+    return __sanitizer_get_current_allocated_bytes();
+#ifdef HOST_TELLS_ITS_MEMORY
+  return mallinfo2().uordblks;
+#else
+  ClauseSkip("the C library does not tell how much memory is in use");
+#endif
+}
 
 }  // namespace
 
@@ -21,6 +42,17 @@ double SecondsGet() {
 
 void MillisecondsSleep(int milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+bool MemoryIsGivenBack(const std::function<void()>& round) {
+  constexpr std::size_t ROUNDS = 1000;
+  std::size_t before = 0;
+  for (std::size_t i = 0; i < 2 * ROUNDS; ++i) {
+    if (i == ROUNDS)
+      before = MemoryGet();
+    round();
+  }
+  return MemoryGet() < before + ROUNDS;
 }
 
 bool DatagramAwait(int descriptor) {

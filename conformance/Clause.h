@@ -50,6 +50,10 @@ inline void ClauseRequire(const std::string& part, bool isKept) {
 double SecondsGet();
 void MillisecondsSleep(int milliseconds);
 
+/// Whether no more memory is in use after many rounds than after the first ones: a host keeps some
+/// freed blocks back, and a layer may keep some objects.
+bool MemoryIsGivenBack(const std::function<void()>& round);
+
 /// Waits for a datagram: a busy host may deliver it after the call that sent it has returned. False
 /// if none comes.
 bool DatagramAwait(int descriptor);

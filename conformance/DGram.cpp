@@ -78,6 +78,17 @@ bool ReleaseClosesTheSocket() {
   return !IsOpen(descriptor);
 }
 
+bool ReleasedOneIsFreed() {
+  return MemoryIsGivenBack([] {
+    Socket socket;
+    KelDGramRelease(&socket.dgram);
+  });
+}
+
+bool DeletedOneIsFreed() {
+  return MemoryIsGivenBack([] { KelDGramDelete(KelDGramNew()); });
+}
+
 // The first socket after that has descriptor 0, which is one like the others.
 bool ReleaseClosesDescriptorZero() {
   close(STDIN_FILENO);
@@ -203,6 +214,7 @@ Clauses DGramClauses() {
       {"KelDGramNew", "makes an object with an open IPv4 UDP socket", NewHasAUDPSocket},
       {"KelDGramNew", "returns null if there is no socket", NewTellsThatThereIsNoSocket},
       {"KelDGramDelete", "closes the socket", DeleteClosesTheSocket},
+      {"KelDGramDelete", "frees the object", DeletedOneIsFreed},
       {"KelDGramInitialize", "fills an object of six pointers, and nothing beside it",
        InitializeWritesOneObject},
       {"KelDGramInitialize",
@@ -211,6 +223,7 @@ Clauses DGramClauses() {
       {"KelDGramInitialize", "returns 0 if there is no socket, and the object may be released",
        InitializeTellsThatThereIsNoSocket},
       {"KelDGramRelease", "closes the socket", ReleaseClosesTheSocket},
+      {"KelDGramRelease", "frees what the object held", ReleasedOneIsFreed},
       {"KelDGramRelease", "closes the socket of a program that has closed its standard input",
        ReleaseClosesDescriptorZero},
       {"KelDGramRelease", "ignores an object that holds nothing, or nothing any more",

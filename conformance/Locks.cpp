@@ -7,19 +7,9 @@
 #include "platform/KelSemaphore.h"
 #include "platform/KelThread.h"
 
-#include <malloc.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
-
-#ifdef __GLIBC__
-#if __GLIBC_PREREQ(2, 33)
-#define HOST_TELLS_ITS_MEMORY
-#endif
-#endif
-
-// What a sanitizer that has an allocator of its own tells in the C library's place.
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 
 namespace {
 
@@ -118,31 +108,13 @@ bool MutexDeleteIgnoresNull() {
   return true;
 }
 
-// Bytes that are allocated now.
-std::size_t MemoryGet() {
-  if (__sanitizer_get_current_allocated_bytes != nullptr)
-    return __sanitizer_get_current_allocated_bytes();
-#ifdef HOST_TELLS_ITS_MEMORY
-  return mallinfo2().uordblks;
-#else
-  ClauseSkip("the C library does not tell how much memory is in use");
-#endif
-}
-
-// A host keeps some freed blocks back, and a layer may keep some locks: no more after many rounds
-// than after the first ones.
 template <typename Lock, void (*lockDelete)(decltype(Lock::handle))> bool DeletedOneIsFreed() {
-  constexpr int ROUNDS = 1000;
-  std::size_t before = 0;
-  for (int i = 0; i < 2 * ROUNDS; ++i) {
-    if (i == ROUNDS)
-      before = MemoryGet();
+  return MemoryIsGivenBack([] {
     const Lock lock;
     lock.Take();
     lock.Give();
     lockDelete(lock.handle);
-  }
-  return MemoryGet() < before + ROUNDS;
+  });
 }
 
 bool HolderTakesTheProcessLockAgain() {

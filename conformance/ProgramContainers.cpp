@@ -336,6 +336,17 @@ bool VisitorDoesNotSweep() {
 
 int Throw(const HTKeyClass* /*key*/, const HTNodeClass* /*node*/) { throw 7; }
 
+// A table that has grown, and has removed entries before.
+bool TableIsFreed() {
+  return MemoryIsGivenBack([] {
+    HTClass table;
+    for (int i = 0; i < 40; ++i)
+      TextInsert(&table, std::to_string(i).c_str(), nullptr, nullptr);
+    TextFind(&table, "7", HTClass::IN_USE)->Release(0);
+    table.RemoveMarked(HTNodeClass::LOCK);
+  });
+}
+
 bool WalkEndsByAnException() {
   auto* table = new HTClass;
   TextInsert(table, "a", nullptr, nullptr);
@@ -363,6 +374,7 @@ Clauses ProgramContainerClauses() {
       {"HTClass::HTClass", "makes an empty table", NewTableIsEmpty},
       {"HTClass::~HTClass", "hands every entry's data to its removal function",
        TableGivesItsDataBack},
+      {"HTClass::~HTClass", "frees the table and its entries", TableIsFreed},
       {"HTClass::Find", "finds inside a walk of the table", VisitorFinds},
       {"HTClass::InsertNode", "returns 0 for a text that is longer than its room",
        TextThatIsTooLongIsRefused},
