@@ -32,10 +32,15 @@ TEST_F(InterfaceList, TakesAddressesFromTheListAndFlagsFromTheReply) {
                            "VORN: Interface: 10.0.0.3 (MULTICAST,BROADCAST,UP)\n"};
   const Nics nics{{0x7F000001, 0x12}, {0x0A000004, 6}, {0x0A000005, 0}, {0x0A000003, 0x15}};
   MessagesExpect({LISTED, records}, [&] {
-    // clang-format off
-    InterfacesScript({{0x7F000001, LOOP | UP | IFF_RUNNING}, {0x0A000001, UP, AF_INET6}, {0x0A000004, LOOP | CAST},
-                      {0x0A000002, UP, AF_INET, false}, {0, UP | CAST}, {0x0A000005, IFF_RUNNING | IFF_POINTOPOINT}, {0x0A000003, CAST | UP | BROAD | IFF_DYNAMIC}});
-    // clang-format on
+    InterfacesScript({
+        {0x7F000001, LOOP | UP | IFF_RUNNING},
+        {0x0A000001, UP, AF_INET6},
+        {0x0A000004, LOOP | CAST},
+        {0x0A000002, UP, AF_INET, false},
+        {0, UP | CAST},
+        {0x0A000005, IFF_RUNNING | IFF_POINTOPOINT},
+        {0x0A000003, CAST | UP | BROAD | IFF_DYNAMIC},
+    });
     EXPECT_EQ(Acquired(), nics);
   });
   VORNNICProperties table[VORN_NIC_CAPACITY]{{0, 9}, {0, 9}};

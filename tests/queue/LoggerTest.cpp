@@ -121,9 +121,12 @@ TEST_F(Logger, CountsGapsOfEachSensorAndIgnoresWhatIsNoReading) {
   Program logger(LOG + "--count 6");
   logger.Says("is there");
   ASSERT_EQ(ShmMsgQImpl(1, DEFAULT_QUEUE_ID).Send("", 0), 1) << "ends it only when it is to end";
-  const struct { int sensor, number; } sent[] = {{1, 1}, {2, 10}, {1, 2}, {1, 5}, {2, 12}, {1, 1}};
-  for (const auto& reading : sent)
-    ReadingSend(reading.sensor, reading.number);
+  ReadingSend(1, 1);
+  ReadingSend(2, 10);
+  ReadingSend(1, 2);
+  ReadingSend(1, 5);
+  ReadingSend(2, 12);
+  ReadingSend(1, 1);
   logger.Expect(0, "6 readings of 2 sensors, 3 missing");
   for (const char* text : {"ignored a message that is no reading", "sensor 1: GAP, 2 missing",
                            "sensor 2: GAP, 1 missing", "sensor 1: has started again"})

@@ -94,8 +94,8 @@ TEST_F(Window, AgreesWithAModelAtEverySize) {
       const bool searched = inRange || (k == 0 && size == 0);
       SequenceNumber found = sn;  // searched from and stored to alike
       EXPECT_EQ(bitmap.BitFirstGet(found, wanted, &found), searched) << wanted;
-      EXPECT_EQ(found.IntegerGet() - model.lead, searched ? model.First(k, wanted) : 0);
-      EXPECT_EQ(bitmap.Has(wanted), model.First(0, wanted != 0) < size);
+      EXPECT_EQ(found.IntegerGet() - model.lead, searched ? model.First(k, wanted) : 0) << wanted;
+      EXPECT_EQ(bitmap.Has(wanted), model.First(0, wanted != 0) < size) << wanted;
     }
     Model copied(copy);  // after the words in use the copy keeps its own
     std::copy(model.At(0), model.At(model.End()), copied.At(0));
@@ -188,14 +188,20 @@ TEST_F(Window, WithoutStorageRefusesEverything) {
     Bitmap bitmap(size, SequenceNumber(5), 1);
     int bit = 7;
     SequenceNumber first;
-    // clang-format off
-    ResultsExpect(0, {{"init", bitmap.Init(SequenceNumber(5), 3, 1)}, {"is in", bitmap.BitInRange(bitmap.lead)},
-                      {"set", bitmap.BitSet(bitmap.lead, 1)}, {"get", bitmap.BitGet(bitmap.lead, &bit)},
-                      {"has 0", bitmap.Has(0)}, {"has 1", bitmap.Has(1)}, {"first", bitmap.BitFirstGet(bitmap.lead, 1, &first)},
-                      {"move", bitmap.LeadMove(SequenceNumber(6))}, {"truncate", bitmap.Truncate(bitmap.lead)},
-                      {"copy", bitmap.Copy(other)}, {"copy from", other.Copy(bitmap)}, {"equals", bitmap == other},
-                      {"write", bitmap.Serialize(nullptr)}, {"read", bitmap.Deserialize(nullptr)}});
-    // clang-format on
+    ResultsExpect(0, {{"init", bitmap.Init(SequenceNumber(5), 3, 1)},
+                      {"is in", bitmap.BitInRange(bitmap.lead)},
+                      {"set", bitmap.BitSet(bitmap.lead, 1)},
+                      {"get", bitmap.BitGet(bitmap.lead, &bit)},
+                      {"has 0", bitmap.Has(0)},
+                      {"has 1", bitmap.Has(1)},
+                      {"first", bitmap.BitFirstGet(bitmap.lead, 1, &first)},
+                      {"move", bitmap.LeadMove(SequenceNumber(6))},
+                      {"truncate", bitmap.Truncate(bitmap.lead)},
+                      {"copy", bitmap.Copy(other)},
+                      {"copy from", other.Copy(bitmap)},
+                      {"equals", bitmap == other},
+                      {"write", bitmap.Serialize(nullptr)},
+                      {"read", bitmap.Deserialize(nullptr)}});
     bitmap.CompressTrailingOnes();
     bitmap.Invert();
     EXPECT_EQ(Text(bitmap), "(0,5)size " + std::to_string(size) + " ");

@@ -116,6 +116,19 @@ TEST_F(Vorndiag, RemoveAsksAPersonUnlessSheSaidYes) {
   }
 }
 
+// The holder is this process, and who looks is in a process namespace of its own.
+TEST_F(Vorndiag, MutexOfAHiddenHolderIsGivenByForceOnly) {
+  const std::string apart = "exec unshare --pid --fork ";
+  if (std::system("unshare --pid --fork true 2>/dev/null") != 0)
+    GTEST_SKIP() << "no process namespace can be made here";
+  Queue queue(1, 7, 16);
+  ASSERT_EQ(NamedMutexTake(queue._mutexId), 1);
+  DiagExpect("queue 7 --give-mutex", 1, "a process of another process namespace", apart);
+  EXPECT_EQ(ValueGet(queue._mutexId), 0);
+  DiagExpect("queue 7 --give-mutex --force", 0, "", apart);
+  EXPECT_EQ(ValueGet(queue._mutexId), 1);
+}
+
 TEST(ProcessLook, WhatAnotherUserOrNamespaceHasIsNotGone) {
   const auto look = [] { return static_cast<int>(ProcessLook(1, 0).state); };
   Child stranger([] {
