@@ -1,10 +1,14 @@
 // What a reader accepts, the writer gives back byte for byte; what it refuses leaves an element
-// that can still be used.
+// that can still be used. The readers of the programs, which take what is sent to a group, put into
+// a queue or typed in, give something or refuse it.
 
 #include "Demand.h"
+#include "Reading.h"
 #include "platform/VornCDRStream.h"
 #include "reliability/VORNBitmap.h"
 #include "time/VORNNtpTime.h"
+#include "vorndiag/Decode.h"
+#include "vorndiag/McastProbe.h"
 
 #include <algorithm>
 #include <cstring>
@@ -29,6 +33,19 @@ int RoundTripCheck(Element& element, std::vector<char> bytes, int start, VORNCDR
   return to.position - aligned;
 }
 
+void ProgramReadersTry(std::vector<char> bytes, VORNCDRByteOrder order) {
+  for (const WireForm form : {WireForm::TIME, WireForm::SEQUENCE_NUMBER, WireForm::BITMAP}) {
+    const Decoded decoded = DecodedGet(form, order, bytes);
+    Demand(!decoded.text.empty() || !decoded.error.empty(), "neither a text nor a reason");
+  }
+  const std::optional<McastProbe> probe = McastProbeGet(bytes);
+  Demand(!probe || McastProbeGet(McastProbeBytesGet(*probe)), "a probe that is refused again");
+  Reading reading;
+  std::vector<char> packed(READING_SIZE);
+  if (ReadingUnpack(bytes.data(), static_cast<int>(bytes.size()), &reading))
+    Demand(ReadingPack(reading, packed.data()) && packed == bytes, "another reading");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
@@ -39,6 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const int start = std::min(data[0] & 3, static_cast<int>(bytes.size()));
   VORNNtpTime time;
   SequenceNumber number;
+  ProgramReadersTry(bytes, order);
   Bitmap bitmap(data[0], number, data[0] & 8);
   RoundTripCheck(time, bytes, start, order);
   RoundTripCheck(number, bytes, start, order);
