@@ -220,6 +220,17 @@ bool TableGivesItsDataBack() {
   return count == 1;
 }
 
+// A table that has grown, and has removed entries before.
+bool TableIsFreed() {
+  return MemoryIsGivenBack([] {
+    HTClass table;
+    for (int i = 0; i < 40; ++i)
+      TextInsert(&table, std::to_string(i).c_str(), nullptr, nullptr);
+    TextFind(&table, "7", HTClass::IN_USE)->Release(0);
+    table.RemoveMarked(HTNodeClass::LOCK);
+  });
+}
+
 bool NewTableIsEmpty() {
   HTClass table;
   return TextFind(&table, "", HTClass::IN_USE | HTClass::MARKED) == nullptr;
@@ -227,7 +238,7 @@ bool NewTableIsEmpty() {
 
 // Chooses and visits as it is told, and counts.
 struct Visitor : HTMatchFunc, HTExecFunc {
-  std::function<int(const HTKeyClass*key, const HTNodeClass*node)> match, visit;
+  std::function<int(const HTKeyClass*, const HTNodeClass*)> match, visit;
   int entry = 1, nodes = 0, exits = 0;
 
   int Match(const HTKeyClass* key, HTNodeClass* node) override { return match(key, node); }
@@ -335,17 +346,6 @@ bool VisitorDoesNotSweep() {
 }
 
 int Throw(const HTKeyClass* /*key*/, const HTNodeClass* /*node*/) { throw 7; }
-
-// A table that has grown, and has removed entries before.
-bool TableIsFreed() {
-  return MemoryIsGivenBack([] {
-    HTClass table;
-    for (int i = 0; i < 40; ++i)
-      TextInsert(&table, std::to_string(i).c_str(), nullptr, nullptr);
-    TextFind(&table, "7", HTClass::IN_USE)->Release(0);
-    table.RemoveMarked(HTNodeClass::LOCK);
-  });
-}
 
 bool WalkEndsByAnException() {
   auto* table = new HTClass;
