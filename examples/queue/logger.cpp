@@ -7,6 +7,7 @@
 #include "Reading.h"
 #include "Refusal.h"
 #include "StopSignals.h"
+#include "ipc/QueueKeys.h"
 #include "ipc/ShmMsgQManager.h"
 #include "time/VORNClock.h"
 
@@ -23,6 +24,8 @@
 #include <string>
 
 #include <poll.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
 #include <unistd.h>
 
 namespace {
@@ -102,6 +105,25 @@ int RefusalReport(const Options& options, const QueueLook& look, bool wasTried) 
   return look.finding == Finding::LEFT_BEHIND ? EXIT_LEFT_BEHIND : EXIT_NOT_OURS;
 }
 
+void SetsRemove(int id) {
+  for (const std::uint32_t key : {QueueKeyGet(id), QueueMutexKeyGet(id)}) {
+    const int set = semget(static_cast<key_t>(key), 0, 0);
+    if (set >= 0)
+      semctl(set, 0, IPC_RMID);
+  }
+}
+
+// Where there is no segment, sets are left of an earlier queue, or of one that was made in vain and
+// that a sensor had opened by then. Its sends would go on, by these sets into the segment that is
+// gone, and nobody would see them. Without the sets its next send fails, and finds the new queue.
+ShmMsgQ* QueueMake(const Options& options) {
+  SetsRemove(options.queue);
+  ShmMsgQ* made = ShmMsgQManager::New(options.queue, options.size);
+  if (made == nullptr)
+    SetsRemove(options.queue);
+  return made;
+}
+
 // Null, with the exit code, after it has said why. Only the logger that has the seat comes here. It
 // tries three times: a sensor that opens a queue half made makes the sets that are missing, and
 // whoever is a moment later than another with the same set is refused.
@@ -113,7 +135,7 @@ QueueHolder QueueGet(const Options& options, int* exitCode) {
     const bool isAdopted = look.finding == Finding::LEFT_BEHIND && options.takeOver;
     QueueHolder queue;
     if (isAbsent)
-      queue.reset(ShmMsgQManager::New(options.queue, options.size));
+      queue.reset(QueueMake(options));
     else if (isAdopted)
       queue.reset(ShmMsgQManager::Open(options.queue));
     if (queue != nullptr)

@@ -95,6 +95,19 @@ TEST_F(Logger, LeavesAQueueAloneFromWhichSomebodyElseReceives) {
   Program(LOG + "--take-over").Expect(3, "another process receives from it");
 }
 
+// Its segment is gone and its sets are not, as when a maker did not get the sets for itself.
+TEST_F(Logger, IsFoundBySendersOfAQueueThatWasMadeInVain) {
+  const Queue maker(1, DEFAULT_QUEUE_ID, 100);
+  Queue sender(1, DEFAULT_QUEUE_ID);
+  shmctl(sender._shm->id, IPC_RMID, nullptr);
+  Program logger(LOG + "--count 1");
+  logger.Says("is there");
+  char bytes[READING_SIZE];
+  EXPECT_TRUE(ReadingPack({VORNNtpTime(), SequenceNumber(1), 1, 20000}, bytes));
+  EXPECT_EQ(sender.Send(bytes, sizeof bytes), 1);
+  logger.Expect(0, "1 readings of 1 sensors");
+}
+
 TEST_F(Logger, EndsPromptlyAtEachSignalAndRemovesItsQueue) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     Program logger(LOG);
