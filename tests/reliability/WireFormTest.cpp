@@ -71,6 +71,8 @@ TEST(WireForm, GoldenWordsInBothOrdersAndEveryTruncation) {
   Bitmap full(33, SequenceNumber(1, 5), 1), clear(33, SequenceNumber(3, 3), 0);
   full.BitSet(full.BitMaxGet(), 0);
   WireCheck(full, clear, {1, 5, 33, 0xFFFFFFFF, 0x7FFFFFFF});
+  Bitmap empty(0, SequenceNumber(5), 0), was(0, SequenceNumber(3, 3), 0);
+  WireCheck(empty, was, {0, 5, 0});
   const Bitmap negative(-1, SequenceNumber(5), 1);
   EXPECT_EQ(Wire(negative, VORN_CDR_BIG_ENDIAN), (Words{0, 5, 0xFFFFFFFF}));
 }
