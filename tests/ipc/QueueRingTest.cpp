@@ -164,11 +164,14 @@ TEST_F(QueueRing, DamagedLengthOfTheSegmentIsNotBelieved) {
       EXPECT_EQ(opener.IsValid(), row.capacity != 0 ? 1 : 0);
       EXPECT_EQ(opener._capacity, row.capacity);
     }
-    char copy[64] = "";
-    EXPECT_EQ(ShMWrite(creator._shm, copy, row.copied), 1);
-    EXPECT_EQ(ShMWrite(creator._shm, copy, row.copied + 1), 0);
-    EXPECT_EQ(ShMRead(creator._shm, copy, row.copied), 1);
-    EXPECT_EQ(ShMRead(creator._shm, copy, row.copied + 1), 0);
+    const std::string written = TEXT.substr(0, row.copied);
+    std::string read(TEXT.size(), '!');
+    EXPECT_EQ(ShMWrite(creator._shm, TEXT.data(), row.copied + 1), 0);
+    EXPECT_EQ(ShMWrite(creator._shm, written.data(), row.copied), 1);
+    EXPECT_EQ(std::string(creator._shm->base + 4, row.copied), written);
+    EXPECT_EQ(ShMRead(creator._shm, read.data(), row.copied + 1), 0);
+    EXPECT_EQ(ShMRead(creator._shm, read.data(), row.copied), 1);
+    EXPECT_EQ(read, written + std::string(TEXT.size() - row.copied, '!'));
     shmid_ds segment{};
     shmctl(creator._shm->id, IPC_STAT, &segment);
     EXPECT_EQ(segment.shm_nattch, 1U) << "given back and left alone";

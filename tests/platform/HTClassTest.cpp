@@ -105,6 +105,7 @@ TEST(HTClass, RefusesANullKeyAndTellsTheOthersOfOneHashApart) {
 
 TEST(HTKeyClass, KeepsItsHashWithoutAText) {
   HTKeyClass none, text;
+  EXPECT_EQ(none.status, -1);
   text.hash = none.hash = 7;
   none.status = 0;  // as if it had had a text
   EXPECT_EQ(text.Set("text"), 1);
