@@ -129,7 +129,7 @@ TEST_F(Endpoint, BindsTheMulticastPortItIsAskedFor) {
 }
 
 const std::vector<ScriptedInterface> FOUR{
-    {1, LOOP | UP | CAST}, {0x0A000001, UP | CAST}, {0x0A000002, CAST}, {3, UP | CAST}};
+    {0x0A000001, UP | CAST}, {1, LOOP | UP | CAST}, {0x0A000002, CAST}, {3, UP | CAST}};
 
 // A derived class can put a record of no group among those of the groups.
 struct Derived : VORNDGram {
@@ -201,7 +201,7 @@ TEST_F(Endpoint, JoinsNothingWithoutInterfaces) {
   VORNDGram dgram(1, 0, nullptr, -1);
   EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), 0) << "without a table";
   EXPECT_EQ(dgram.RecvMulticastRemove(GROUP), 0);
-  const InterfaceTable incapable({FOUR[0], FOUR[2]});
+  const InterfaceTable incapable({FOUR[1], FOUR[2]});
   EXPECT_EQ(dgram.RecvMulticastGroupJoin(GROUP), 1);
   EXPECT_EQ(CallsDrain().find("MEMBERSHIP"), std::string::npos);
 }
