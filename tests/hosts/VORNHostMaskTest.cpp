@@ -102,6 +102,19 @@ TEST_F(HostMask, EveryListAdmitsChoosesAndPrunesByTheRulesInLockedWalks) {
   }
 }
 
+// What a derived class sees after a walk over hosts alone.
+TEST_F(HostMask, HostsAndSubnetsHaveMarksOfTheirOwn) {
+  struct : VORNHostMaskMatchChecker {
+    using VORNHostMaskMatchChecker::VORNHostMaskMatchChecker;
+    std::vector<int> Marks() const { return {_sawHost, _hostMatched, _sawSubnet, _subnetMatched}; }
+  } checker(OWN, 1);
+  Entries entries{{OWN, HOST}};
+  HTClass table;
+  Fill(table, entries);
+  EXPECT_EQ(table.ForAllMatches(nullptr, &checker, HTNodeClass::LOCK), 1);
+  EXPECT_EQ(checker.Marks(), (std::vector<int>{1, 1, 0, 0}));
+}
+
 TEST_F(HostMask, QuestionsThatCannotBeAskedAreRefused) {
   Entries entries{{0x0A000000, 0xFF000000}};
   HTClass table;
