@@ -49,22 +49,11 @@ void NamespaceEnter() {
     ClauseSkip("the namespace's loopback interface does not come up");
 }
 
-bool TTLIsSet() {
+template <int code, int name, unsigned char value> bool ByteIsSet() {
   NamespaceEnter();
   Socket socket;
-  ClauseRequire("the result", socket.OptionSet<unsigned char>(KEL_DGRAM_OPT_MULTICAST_TTL, 7) == 0);
-  ClauseRequire("the value",
-                OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_TTL) == 7);
-  return true;
-}
-
-bool LoopIsSet() {
-  NamespaceEnter();
-  Socket socket;
-  ClauseRequire("the result",
-                socket.OptionSet<unsigned char>(KEL_DGRAM_OPT_MULTICAST_LOOP, 0) == 0);
-  ClauseRequire("the value",
-                OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, IP_MULTICAST_LOOP) == 0);
+  ClauseRequire("the result", socket.OptionSet(code, value) == 0);
+  ClauseRequire("the value", OptionGet<int>(socket.DescriptorGet(), IPPROTO_IP, name) == value);
   return true;
 }
 
@@ -149,8 +138,10 @@ Clauses OptionClauses() {
        IntegerIsSet<KEL_DGRAM_OPT_RCVBUF, SO_RCVBUF, 20000, 30000>},
       {"KELDGram::optionSet", "BROADCAST: a number that is not 0",
        IntegerIsSet<KEL_DGRAM_OPT_BROADCAST, SO_BROADCAST, 1>},
-      {"KELDGram::optionSet", "MULTICAST_TTL: one byte", TTLIsSet},
-      {"KELDGram::optionSet", "MULTICAST_LOOP: one byte", LoopIsSet},
+      {"KELDGram::optionSet", "MULTICAST_TTL: one byte",
+       ByteIsSet<KEL_DGRAM_OPT_MULTICAST_TTL, IP_MULTICAST_TTL, 7>},
+      {"KELDGram::optionSet", "MULTICAST_LOOP: one byte",
+       ByteIsSet<KEL_DGRAM_OPT_MULTICAST_LOOP, IP_MULTICAST_LOOP, 0>},
       {"KELDGram::optionSet", "MULTICAST_IF: an address in network byte order", InterfaceIsSet},
       {"KELDGram::optionSet", "ADD_MEMBERSHIP: group and interface, in network byte order",
        GroupIsJoined},
